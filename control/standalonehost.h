@@ -1,0 +1,45 @@
+// How a program steers the stand-alone host (liblanscout-host.so): where log lines go and which
+// are printed. A program that runs inside a server has the server's own means instead.
+//
+// Threads: every operation may be called by any thread at any time, unless it says otherwise.
+#pragma once
+
+#include <cstddef>
+
+#include "host/zellog.h"
+
+namespace StandaloneHost {
+
+// Receives one whole log line, `length` bytes ending in '\n', without control characters or escape
+// sequences inside. Called on the thread that logs, possibly on several at once; must not throw.
+using LogSink = void (*)(const char* line, std::size_t length, void* cookie);
+
+// Sends log lines to `sink` from now on; a null `sink` sends them to standard error again (the
+// default). When it returns, no thread is inside the former sink any more; so a sink must not call
+// it.
+void SetLogSink(LogSink sink, void* cookie);
+
+// Attaches this process's in-memory configuration record (g_pDbgLogCfg), with every category at
+// level 0 and no process entries. Attaching again resets the levels.
+// Without a record, which is the default, lines of level 3 and lower are printed.
+void AttachLogConfig();
+
+// Detaches the record: g_pDbgLogCfg is null again. The record itself stays valid for the life of
+// the process, so that a thread that is reading it does no harm.
+void DetachLogConfig();
+
+// Sets the level of one category in the record (attached or not); false for a category outside
+// 0..511. LOG_CATEG_DISCOVERY is the one that the library logs under.
+bool SetCategoryLevel(LOG_CATEG category, int level);
+
+// The number of process entries that the record has room for.
+inline constexpr int kMaxProcessEntries = 64;
+
+// Appends an entry that raises one process to `level`; the first entry of a process counts. False
+// when the table is full.
+bool AddProcessLevel(int pid, int level);
+
+// Removes every process entry.
+void ClearProcessLevels();
+
+}  // namespace StandaloneHost
