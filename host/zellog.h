@@ -9,16 +9,16 @@
 // Any int is a valid value of each of the three. The named values are those that the library uses
 // and the levels between them. Their visibility is spelled out because a template instantiated for
 // a hidden type is hidden too, and the map inside Enum2String must be one per process.
-enum [[gnu::visibility("default")]] LOG_TYPE : int {
+enum [[gnu::visibility("default")]] LOG_TYPE : int{
     LOG_TYPE_DEFAULT = 0,
 };
 
-enum [[gnu::visibility("default")]] LOG_CATEG : int {
+enum [[gnu::visibility("default")]] LOG_CATEG : int{
     LOG_CATEG_DISCOVERY = 7,
 };
 
 // A larger number is a more detailed line.
-enum [[gnu::visibility("default")]] LOG_LEVEL : int {
+enum [[gnu::visibility("default")]] LOG_LEVEL : int{
     LOG_LEVEL_ERROR = 1,
     LOG_LEVEL_WARNING = 2,
     LOG_LEVEL_NOTICE = 3,

@@ -48,7 +48,8 @@ inline int ProcessId() {
 // only after the category has refused the line, so an entry can make a process more verbose than
 // its category and never quieter; that is meant.
 inline bool ProcessPasses(ZelDbgLogCfg* config, LOG_LEVEL level) {
-    const int pid = ProcessId();  // before the count is read: the first refused line fills the cache
+    const int pid =
+        ProcessId();  // before the count is read: the first refused line fills the cache
     const std::int32_t count = Load(config->nProcCount);
     auto* const entries = reinterpret_cast<ZelDbgLogProc*>(config + 1);
     for (std::int32_t i = 0; i < count; ++i) {
@@ -73,5 +74,8 @@ inline bool Passes(LOG_CATEG category, LOG_LEVEL level) {
 // The logging operation: gate, then one call of the printer with the place of the call. It is a
 // macro for the call's own line and function name, and so that nothing behind a refused gate, the
 // arguments included, is evaluated.
-#define DBG_LOG(category, level, file, ...) \
-    (DbgLog::Passes(category, level) ? ZelPrintf(LOG_TYPE_DEFAULT, Enum2String(category), Enum2String(level), file, __LINE__, static_cast<const char*>(__func__), __VA_ARGS__) : void())
+#define DBG_LOG(category, level, file, ...)                                                       \
+    (DbgLog::Passes(category, level)                                                              \
+         ? ZelPrintf(LOG_TYPE_DEFAULT, Enum2String(category), Enum2String(level), file, __LINE__, \
+                     static_cast<const char*>(__func__), __VA_ARGS__)                             \
+         : void())

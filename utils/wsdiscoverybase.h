@@ -103,21 +103,25 @@ public:
 
     // Replaces `list` by a copy of the whole result list. Always 0 (should memory run out: -1, and
     // `list` is as it was). Any thread.
-    int CamAllGet(std::vector<ONVIF_CAM_SEARCH_INFO>& list);
+    int CamAllGet(std::vector<ONVIF_CAM_SEARCH_INFO> & list);
 
 protected:
     // The discovery thread's body; `arg` is the object. Always returns null.
     static void* ThreadFunc(void* arg);
+
+    // Appends one record to the result list, under the lock. Discovery thread.
+    void AppendCam(const std::string& ip, const std::string& port, const std::string& hardware,
+                   const std::string& mac);
 
     // The operations below use the object's address and interface name at most, and are the
     // discovery thread's. Those that return int return 0 on success and -1 on failure.
 
     // Replaces `uuid` by a new random id of 36 characters (RFC 4122 version 4 in form). Reseeds the
     // process-wide rand().
-    void GenerateUUID(std::string& uuid);
+    void GenerateUUID(std::string & uuid);
 
     // Replaces `message` by a whole Probe; unchanged on failure (unknown type).
-    int GenerateProbeMessage(ONVIF_PROBE_TYPE type, std::string& message);
+    int GenerateProbeMessage(ONVIF_PROBE_TYPE type, std::string & message);
 
     // Binds the datagram socket to the object's address at port 3702 and gives it a receive timeout
     // of 3 seconds. The socket stays the caller's also on failure.
@@ -137,10 +141,10 @@ protected:
 
     // Evaluates an XPath expression. 0 when it matched a node, and `result` is the caller's. On -1
     // `result` must not be used: it may point to a freed object.
-    int GetXmlNodeSet(xmlDoc* doc, const std::string& xpath, xmlXPathObject*& result);
+    int GetXmlNodeSet(xmlDoc * doc, const std::string& xpath, xmlXPathObject*& result);
 
     // The text of a node and its descendants. On failure empty, or untouched for a null node.
-    int GetNodeContent(xmlNode* node, std::string& content);
+    int GetNodeContent(xmlNode * node, std::string & content);
 
     // The port of the first http service address in an XAddrs list (WS-Discovery).
     void ParsePortFromXAddrs(const std::string& xaddrs, std::string& port);
@@ -152,12 +156,12 @@ protected:
     // seconds. `mac` is written on success alone.
     int GetMACAddr(const std::string& ip, std::string& mac);
 
-    pthread_mutex_t m_mutex;    // guards m_bRunning and m_vecCamInfo
-    pthread_t m_thread;         // the discovery thread to be joined; 0: none
-    int m_timeout;              // seconds
-    bool m_bRunning;            // from StartSearch until the discovery thread ends
-    std::time_t m_startTime;    // wall clock when probing began; 0 until then
-    std::string m_strIp;        // the local address
-    std::string m_strIfName;    // the device that carries it; empty if that is not known
+    pthread_mutex_t m_mutex;  // guards m_bRunning and m_vecCamInfo
+    pthread_t m_thread;       // the discovery thread to be joined; 0: none
+    int m_timeout;            // seconds
+    bool m_bRunning;          // from StartSearch until the discovery thread ends
+    std::time_t m_startTime;  // wall clock when probing began; 0 until then
+    std::string m_strIp;      // the local address
+    std::string m_strIfName;  // the device that carries it; empty if that is not known
     std::vector<ONVIF_CAM_SEARCH_INFO> m_vecCamInfo;  // in the order of finding
 };

@@ -1,0 +1,621 @@
+#include "utils/wsdiscoverybase.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <libxml/parser.h>
+#include <libxml/xpath.h>
+#include <libxml/xpathInternals.h>
+#include <net/if_arp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
+
+#include "host/karnexec.h"
+#include "host/sdkfuncdata.h"
+#include "host/zelstring.h"
+#include "log/dbglog.h"
+#include "utils/xmlguard.h"
+
+#define WS_LOG(level, ...) DBG_LOG(LOG_CATEG_DISCOVERY, level, "utils/wsdiscoverybase", __VA_ARGS__)
+
+namespace {
+
+// Three things in a search are without bound by design: the parsed documents stay allocated
+// (ParseProbeMatchMessage), a receive goes on while datagrams keep coming (RecvProbeMatchMessage),
+// and an empty datagram ends a receive at once, so that the next Probes follow at once
+// (ThreadFunc). A build with LANSCOUT_BOUNDED bounds all three. The three places ask this constant
+// and nothing else depends on it.
+constexpr bool kBounded = LANSCOUT_BOUNDED != 0;
+
+// Bounded builds only. A receive ends at the latest so long after the search's time is up, two
+// pairs of Probes are at least so far apart, and a search keeps replies of so many senders.
+constexpr int kReceiveGraceSeconds = 30;
+constexpr std::int64_t kProbeIntervalMicroseconds = 100'000;
+constexpr std::size_t kMaxSenders = 65536;
+
+// WS-Discovery (April 2005), section 2.4: group and port.
+constexpr const char* kGroupAddress = "239.255.255.250";
+constexpr std::uint16_t kDiscoveryPort = 3702;
+
+constexpr int kReceiveTimeoutSeconds = 3;
+constexpr std::size_t kMaxDatagramBytes = 4096;
+
+constexpr const char* kDefaultPort = "80";
+constexpr const char* kUnknownMac = "N/A";
+constexpr const char* kArpingPath = "/usr/bin/arping";
+constexpr int kArpingOptions = 0xBB;
+constexpr int kArpAttempts = 3;
+
+constexpr std::string_view kProbeUntilId =
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?>"
+    "<Envelope xmlns=\"http://www.w3.org/2003/05/soap-envelope\""
+    " xmlns:dn=\"http://www.onvif.org/ver10/network/wsdl\""
+    " xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\">"
+    "<Header>"
+    "<wsa:MessageID xmlns:wsa=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\">uuid:";
+constexpr std::string_view kProbeUntilTypes =
+    "</wsa:MessageID>"
+    "<wsa:To xmlns:wsa=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\">"
+    "urn:schemas-xmlsoap-org:ws:2005:04:discovery</wsa:To>"
+    "<wsa:Action xmlns:wsa=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\">"
+    "http://schemas.xmlsoap.org/ws/2005/04/discovery/Probe</wsa:Action>"
+    "</Header>"
+    "<Body><Probe xmlns=\"http://schemas.xmlsoap.org/ws/2005/04/discovery\""
+    " xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\""
+    " xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\"><Types>";
+constexpr std::string_view kProbeEnd = "</Types><Scopes/></Probe></Body></Envelope>";
+static_assert(kProbeUntilId.size() == 287);
+static_assert(kProbeUntilTypes.size() == 461);
+static_assert(kProbeEnd.size() == 43);
+
+constexpr const char* kXAddrsQuery =
+    "//*[local-name()='ProbeMatches']//*[local-name()='ProbeMatch']//*[local-name()='XAddrs']";
+constexpr const char* kScopesQuery =
+    "//*[local-name()='ProbeMatches']//*[local-name()='ProbeMatch']//*[local-name()='Scopes']";
+
+// ONVIF Core, section "Scope parameters".
+constexpr std::string_view kHardwareScope = "onvif://www.onvif.org/hardware/";
+constexpr std::string_view kHttpScheme = "http://";
+
+class MutexLock {
+public:
+    explicit MutexLock(pthread_mutex_t& mutex) : m_mutex(mutex) { pthread_mutex_lock(&m_mutex); }
+    ~MutexLock() { pthread_mutex_unlock(&m_mutex); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+private:
+    pthread_mutex_t& m_mutex;
+};
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : m_fd(fd) {}
+    ~Descriptor() {
+        if (m_fd >= 0) {
+            close(m_fd);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+private:
+    int m_fd;
+};
+
+// The members that are read or written without the lock on one side.
+template <typename T>
+T LoadRelaxed(T& shared) {
+    return std::atomic_ref<T>(shared).load(std::memory_order_relaxed);
+}
+
+template <typename T>
+void StoreRelaxed(T& shared, T value) {
+    std::atomic_ref<T>(shared).store(value, std::memory_order_relaxed);
+}
+
+// Fills in address and port; false if the text is not an address.
+bool MakeAddress(const char* ip, std::uint16_t port, sockaddr_in& address) {
+    address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    return inet_aton(ip, &address.sin_addr) != 0;
+}
+
+// Frees a text's storage before the object that holds it ends.
+void Release(std::string& text) {
+    std::string().swap(text);
+}
+
+// No child that another thread of the process starts meanwhile shall inherit the socket.
+int OpenDatagramSocket() {
+    const int sock = socket(AF_INET, SOCK_DGRAM, 0);
+    if (sock >= 0) {
+        fcntl(sock, F_SETFD, FD_CLOEXEC);
+    }
+    return sock;
+}
+
+std::int64_t MonotonicMicroseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+}
+
+// Waits until two pairs of Probes are far enough apart, and notes the time of the next pair.
+void PaceProbes(std::int64_t& lastPair) {
+    const std::int64_t due = lastPair + kProbeIntervalMicroseconds;
+    while (MonotonicMicroseconds() < due) {
+        const timespec until{static_cast<time_t>(due / 1'000'000),
+                             static_cast<long>(due % 1'000'000 * 1000)};
+        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
+    }
+    lastPair = MonotonicMicroseconds();
+}
+
+const xmlChar* XmlText(const char* text) {
+    return reinterpret_cast<const xmlChar*>(text);
+}
+
+const char* TextOrEmpty(const xmlChar* text) {
+    return text == nullptr ? "" : reinterpret_cast<const char*>(text);
+}
+
+void ReleaseInBoundedBuild(xmlXPathObject* result) {
+    if constexpr (kBounded) {
+        xmlXPathFreeObject(result);
+    }
+}
+
+std::string FormatMac(const sockaddr& hardware) {
+    unsigned char bytes[6];
+    memcpy(bytes, hardware.sa_data, sizeof(bytes));
+    char text[18];
+    snprintf(text, sizeof(text), "%02X:%02X:%02X:%02X:%02X:%02X", bytes[0], bytes[1], bytes[2],
+             bytes[3], bytes[4], bytes[5]);
+    return static_cast<const char*>(text);
+}
+
+}  // namespace
+
+WSDiscoveryBase::WSDiscoveryBase(std::string strIp, int timeout)
+    : m_timeout(timeout), m_bRunning(false), m_startTime(0), m_strIp(std::move(strIp)) {
+    pthread_mutex_init(&m_mutex, nullptr);
+    _tag_NETINFO_ netinfo;  // not initialised: filling it is the host's part
+    if (SDKFuncData::NetGetCard1(m_strIp, netinfo) == 1 && netinfo.bUsable != 0) {
+        m_strIfName = static_cast<const char*>(netinfo.szName);
+    } else {
+        WS_LOG(LOG_LEVEL_NOTICE, "Get interface failed\n");
+    }
+    m_thread = 0;
+}
+
+// The lock comes after list and texts are gone, as the last act: whoever is still inside is waited
+// for. Hence the explicit releases; a member would outlive this body.
+WSDiscoveryBase::~WSDiscoveryBase() {
+    StopSearch();
+    std::vector<ONVIF_CAM_SEARCH_INFO>().swap(m_vecCamInfo);
+    Release(m_strIfName);
+    Release(m_strIp);
+    pthread_mutex_lock(&m_mutex);
+    pthread_mutex_unlock(&m_mutex);
+    pthread_mutex_destroy(&m_mutex);
+}
+
+int WSDiscoveryBase::StartSearch() {
+    StoreRelaxed(m_bRunning, true);
+    pthread_t thread = 0;
+    const int error = pthread_create(&thread, nullptr, ThreadFunc, this);
+    if (error != 0) {
+        // m_bRunning stays true: after a failed start the object answers "running" for good, and
+        // callers know that from StartSearch's result.
+        WS_LOG(LOG_LEVEL_ERROR, "Create Thread Failed: [%d]\n", error);
+        return -1;
+    }
+    m_thread = thread;  // only a thread that exists, so that a join never meets garbage
+    return 0;
+}
+
+// Joins without asking the thread to hurry: only the duration or a failed send ends a search.
+int WSDiscoveryBase::StopSearch() {
+    if (m_thread != 0) {
+        pthread_join(m_thread, nullptr);
+        m_thread = 0;
+    }
+    return 0;
+}
+
+bool WSDiscoveryBase::IsRunning() {
+    const MutexLock lock(m_mutex);
+    return LoadRelaxed(m_bRunning);
+}
+
+bool WSDiscoveryBase::IsTimeout() {
+    return difftime(time(nullptr), LoadRelaxed(m_startTime)) > static_cast<double>(m_timeout);
+}
+
+bool WSDiscoveryBase::IsDuplicatedCam(const std::string& ip) {
+    return std::any_of(m_vecCamInfo.begin(), m_vecCamInfo.end(),
+                       [&ip](const ONVIF_CAM_SEARCH_INFO& info) { return info.strIp == ip; });
+}
+
+int WSDiscoveryBase::CamCountGet() {
+    const MutexLock lock(m_mutex);
+    return static_cast<int>(m_vecCamInfo.size());
+}
+
+int WSDiscoveryBase::CamGet(unsigned int index, CAM_SEARCH_INFO& info) try {
+    const MutexLock lock(m_mutex);
+    if (index >= m_vecCamInfo.size()) {
+        return -1;
+    }
+    const ONVIF_CAM_SEARCH_INFO& found = m_vecCamInfo[index];
+    info = CAM_SEARCH_INFO{found.strProtocol, found.strHardware, found.strIp, found.strMac,
+                           found.nPort};
+    return 0;
+} catch (const std::bad_alloc&) {
+    return -1;
+}
+
+int WSDiscoveryBase::CamAllGet(std::vector<ONVIF_CAM_SEARCH_INFO>& list) try {
+    const MutexLock lock(m_mutex);
+    std::vector<ONVIF_CAM_SEARCH_INFO>(m_vecCamInfo).swap(list);
+    return 0;
+} catch (const std::bad_alloc&) {
+    return -1;
+}
+
+void* WSDiscoveryBase::ThreadFunc(void* arg) {
+    auto& search = *static_cast<WSDiscoveryBase*>(arg);
+    HardenXmlOnThisThread();
+    std::map<std::string, std::string> replies;
+    int sock = OpenDatagramSocket();
+    const int error = errno;
+    const Descriptor owner(sock);
+    if (sock == -1) {
+        WS_LOG(LOG_LEVEL_ERROR, "Create socket failed. [%d]\n", error);
+    } else if (search.SetupSocketParam(sock) != 0) {
+        WS_LOG(LOG_LEVEL_NOTICE, "SetupSocketParam failed.\n");
+    } else {
+        // The duration counts from here, when the socket is ready.
+        StoreRelaxed(search.m_startTime, time(nullptr));
+        try {
+            // The addresses in the list. IsDuplicatedCam gives the same answers, but walks the list
+            // for each sender in each cycle.
+            std::unordered_set<std::string> listed;
+            for (const ONVIF_CAM_SEARCH_INFO& info : search.m_vecCamInfo) {
+                listed.insert(info.strIp);
+            }
+            std::int64_t lastPair = 0;
+            // The running flag is not asked: only the duration or a failed send ends a search.
+            while (!search.IsTimeout()) {
+                // An empty datagram ends the receive below at once; without the pace, whoever sends
+                // them makes this loop multicast as fast as it can.
+                if constexpr (kBounded) {
+                    PaceProbes(lastPair);
+                }
+                // Both in every cycle, NVT first.
+                if (search.SendProbeMessage(sock, ONVIF_PROBE_NVT) != 0 ||
+                    search.SendProbeMessage(sock, ONVIF_PROBE_DEVICE) != 0) {
+                    break;
+                }
+                search.RecvProbeMatchMessage(sock, replies);
+                for (auto& [ip, reply] : replies) {
+                    if (listed.contains(ip)) {
+                        continue;
+                    }
+                    std::string port = kDefaultPort;
+                    std::string hardware;
+                    std::string mac = kUnknownMac;
+                    // Whatever of the two fails, the camera is listed with what is preset here.
+                    search.GetMACAddr(ip, mac);
+                    search.ParseProbeMatchMessage(ip, reply, port, hardware);
+                    WS_LOG(LOG_LEVEL_INFO, "Camera found: IP: [%s], port: [%s], hardware: [%s]\n",
+                           ip.c_str(), port.c_str(), hardware.c_str());
+                    search.AppendCam(ip, port, hardware, mac);
+                    listed.insert(ip);
+                    if constexpr (kBounded) {
+                        Release(reply);
+                    }
+                }
+            }
+        } catch (const std::bad_alloc&) {
+            // The search ends here, with what it has listed.
+        }
+    }
+    const MutexLock lock(search.m_mutex);
+    StoreRelaxed(search.m_bRunning, false);
+    WS_LOG(LOG_LEVEL_INFO, "Total camera found: %d\n",
+           static_cast<int>(search.m_vecCamInfo.size()));
+    return nullptr;
+}
+
+void WSDiscoveryBase::AppendCam(const std::string& ip, const std::string& port,
+                                const std::string& hardware, const std::string& mac) {
+    ONVIF_CAM_SEARCH_INFO info;
+    info.strProtocol = "ONVIF";
+    info.strHardware = hardware;
+    info.strIp = ip;
+    // Unchecked, as callers know it: no digits give 0, trailing characters are left out, and what
+    // exceeds 32 bits is cut to them.
+    info.nPort = static_cast<int>(strtol(port.c_str(), nullptr, 10));
+    info.strMac = mac;
+    const MutexLock lock(m_mutex);
+    m_vecCamInfo.push_back(std::move(info));
+}
+
+void WSDiscoveryBase::GenerateUUID(std::string& uuid) {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    const std::uint32_t time = static_cast<std::uint32_t>(now.tv_sec) * 1'000'000U +
+                               static_cast<std::uint32_t>(now.tv_usec);
+    srand(static_cast<std::uint32_t>(getpid()) * time);
+    // The moduli are 65535 and 16383 and the last value drawn comes first: ids look as they always
+    // did, and a plain group never reads "ffff".
+    unsigned int drawn[8];
+    for (unsigned int& value : drawn) {
+        value = static_cast<unsigned int>(rand()) % 65535U;
+    }
+    char text[37];
+    snprintf(text, sizeof(text), "%04x%04x-%04x-%04x-%04x-%04x%04x%04x", drawn[7], drawn[6],
+             drawn[5], (drawn[4] & 0x0FFFU) | 0x4000U, drawn[3] % 16383U + 0x8000U, drawn[2],
+             drawn[1], drawn[0]);
+    uuid = static_cast<const char*>(text);
+}
+
+int WSDiscoveryBase::GenerateProbeMessage(ONVIF_PROBE_TYPE type, std::string& message) {
+    const char* types = nullptr;
+    switch (static_cast<int>(type)) {
+        case ONVIF_PROBE_DEVICE:
+            types = "tds:Device";
+            break;
+        case ONVIF_PROBE_NVT:
+            types = "dn:NetworkVideoTransmitter";
+            break;
+        default:
+            WS_LOG(LOG_LEVEL_NOTICE, "Unknown Search Type [%d]\n", static_cast<int>(type));
+            return -1;
+    }
+    std::string uuid;
+    GenerateUUID(uuid);
+    std::string built;
+    built.reserve(kProbeUntilId.size() + uuid.size());
+    built.append(kProbeUntilId)
+        .append(uuid)
+        .append(kProbeUntilTypes)
+        .append(types)
+        .append(kProbeEnd);
+    message.swap(built);
+    return 0;
+}
+
+int WSDiscoveryBase::SetupSocketParam(int& sock) {
+    sockaddr_in address;
+    if (!MakeAddress(m_strIp.c_str(), kDiscoveryPort, address)) {
+        WS_LOG(LOG_LEVEL_NOTICE, "Invalid IP address: %s\n", m_strIp.c_str());
+        return -1;
+    }
+    // The interface's own address and no option that would share the port: the socket receives
+    // nothing but the unicast replies to its Probes.
+    if (bind(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1) {
+        const int error = errno;
+        WS_LOG(LOG_LEVEL_NOTICE, "Bind socket failed. [%d]\n", error);
+        return -1;
+    }
+    const timeval timeout{kReceiveTimeoutSeconds, 0};
+    if (setsockopt(sock, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) == -1) {
+        WS_LOG(LOG_LEVEL_NOTICE, "Set recv timeout failed.\n");
+        return -1;
+    }
+    return 0;
+}
+
+int WSDiscoveryBase::SendProbeMessage(int sock, ONVIF_PROBE_TYPE type) {
+    std::string message;
+    if (GenerateProbeMessage(type, message) != 0) {
+        return -1;
+    }
+    sockaddr_in group;
+    if (!MakeAddress(kGroupAddress, kDiscoveryPort, group)) {  // the constant always converts
+        WS_LOG(LOG_LEVEL_NOTICE, "Invalid IP address: %s\n", kGroupAddress);
+        return -1;
+    }
+    const ssize_t sent = sendto(sock, message.data(), message.size(), 0,
+                                reinterpret_cast<const sockaddr*>(&group), sizeof(group));
+    if (sent != static_cast<ssize_t>(message.size())) {
+        const int error = errno;
+        WS_LOG(LOG_LEVEL_NOTICE, "Send probe message failed. [%d]\n", error);
+        return -1;
+    }
+    return 0;
+}
+
+void WSDiscoveryBase::RecvProbeMatchMessage(int sock, std::map<std::string, std::string>& replies) {
+    sockaddr_in sender{};
+    socklen_t senderLength = sizeof(sender);
+    char buffer[kMaxDatagramBytes + 1];
+    for (;;) {
+        // The only way out of the default build: a receive that yields nothing. Whoever sends at
+        // least every 3 seconds holds it.
+        const ssize_t received = recvfrom(sock, buffer, kMaxDatagramBytes, 0,
+                                          reinterpret_cast<sockaddr*>(&sender), &senderLength);
+        if (received <= 0) {
+            return;
+        }
+        buffer[received] = '\0';
+        char ip[INET_ADDRSTRLEN];
+        inet_ntop(AF_INET, &sender.sin_addr, ip, sizeof(ip));
+        // The first reply of a sender wins, also over its answer to the other Probe.
+        if constexpr (kBounded) {
+            if (replies.size() < kMaxSenders) {
+                replies.try_emplace(ip, static_cast<const char*>(buffer));
+            }
+            if (difftime(time(nullptr), LoadRelaxed(m_startTime)) >
+                static_cast<double>(m_timeout) + kReceiveGraceSeconds) {
+                return;
+            }
+        } else {
+            replies.try_emplace(ip, static_cast<const char*>(buffer));
+        }
+    }
+}
+
+void WSDiscoveryBase::ParseProbeMatchMessage(const std::string& ip, const std::string& reply,
+                                             std::string& port, std::string& hardware) {
+    xmlDoc* const doc = IsPrologHarmless(reply)
+                            ? xmlParseMemory(reply.data(), static_cast<int>(reply.size()))
+                            : nullptr;
+    if (doc == nullptr) {
+        WS_LOG(LOG_LEVEL_INFO, "Parse Probe Match Message to XML Failed: %s\n", ip.c_str());
+        return;
+    }
+    xmlXPathObject* result = nullptr;
+    if (GetXmlNodeSet(doc, kXAddrsQuery, result) == 0) {
+        std::string xaddrs;
+        GetNodeContent(result->nodesetval->nodeTab[0], xaddrs);  // on failure empty: port stays
+        ParsePortFromXAddrs(xaddrs, port);
+        ReleaseInBoundedBuild(result);
+    } else {
+        WS_LOG(LOG_LEVEL_INFO, "Failed to get XAddrs node set.\n");
+    }
+    if (GetXmlNodeSet(doc, kScopesQuery, result) == 0) {
+        std::string scopes;
+        GetNodeContent(result->nodesetval->nodeTab[0], scopes);
+        ParseHardwareFromScopes(scopes, hardware);
+        ReleaseInBoundedBuild(result);
+    } else {
+        WS_LOG(LOG_LEVEL_INFO, "Failed to get scopes node set.\n");
+    }
+    // The default build keeps the document and the results of both queries, one reply a camera: a
+    // lifetime that is meant, not a leak to be mended.
+    if constexpr (kBounded) {
+        xmlFreeDoc(doc);
+    }
+}
+
+int WSDiscoveryBase::GetXmlNodeSet(xmlDoc* doc, const std::string& xpath, xmlXPathObject*& result) {
+    xmlXPathContext* const context = xmlXPathNewContext(doc);
+    if (context == nullptr) {
+        WS_LOG(LOG_LEVEL_NOTICE, "Error: unable to create new XPath context.\n");
+        return -1;
+    }
+    const xmlNode* const root = xmlDocGetRootElement(doc);
+    if (root == nullptr) {
+        WS_LOG(LOG_LEVEL_NOTICE, "Error: unable to get xml root element.\n");
+        return -1;  // the context is kept, as on the other early return
+    }
+    // From the root's own namespace on: declarations written before it are left out, and the
+    // queries, which go by local names, do not need them.
+    for (const xmlNs* ns = root->ns; ns != nullptr; ns = ns->next) {
+        if (xmlXPathRegisterNs(context, ns->prefix, ns->href) != 0) {
+            WS_LOG(LOG_LEVEL_INFO, "Unable to register xml namespace [%s, %s].\n",
+                   TextOrEmpty(ns->prefix), TextOrEmpty(ns->href));
+        }
+    }
+    result = xmlXPathEvalExpression(XmlText(xpath.c_str()), context);
+    if (result == nullptr) {
+        WS_LOG(LOG_LEVEL_NOTICE, "Error: unable to evaluate XPath expression %s.\n", xpath.c_str());
+        return -1;
+    }
+    xmlXPathFreeContext(context);
+    if (result == nullptr) {  // excluded above; stands guard should the order change
+        WS_LOG(LOG_LEVEL_NOTICE, "Error: xmlXPathEvalExpression return NULL.\n");
+        return -1;
+    }
+    const xmlNodeSet* const nodes = result->nodesetval;
+    if (nodes == nullptr || nodes->nodeNr == 0 || nodes->nodeTab == nullptr) {
+        WS_LOG(LOG_LEVEL_NOTICE, "Notice: xmlXPathObj is empty.\n");
+        xmlXPathFreeObject(result);  // `result` keeps pointing there; callers must not use it
+        return -1;
+    }
+    return 0;
+}
+
+int WSDiscoveryBase::GetNodeContent(xmlNode* node, std::string& content) {
+    if (node == nullptr) {
+        WS_LOG(LOG_LEVEL_NOTICE, "NULL xml node.\n");
+        return -1;
+    }
+    content.clear();
+    xmlChar* const text = xmlNodeGetContent(node);
+    if (text == nullptr) {
+        WS_LOG(LOG_LEVEL_NOTICE, "Get node content failed.\n");
+        return -1;
+    }
+    content = reinterpret_cast<const char*>(text);
+    xmlFree(text);
+    return 0;
+}
+
+void WSDiscoveryBase::ParsePortFromXAddrs(const std::string& xaddrs, std::string& port) {
+    std::string kept = xaddrs;
+    const std::size_t scheme = kept.find(kHttpScheme);
+    if (scheme != std::string::npos) {
+        kept.erase(0, scheme + kHttpScheme.size());
+    }
+    // The first colon and the first slash decide: callers rely on what that gives for addresses
+    // with https, an IPv6 literal or no path.
+    const std::size_t colon = kept.find(':');
+    const std::size_t slash = kept.find('/');
+    if (colon == std::string::npos || slash == std::string::npos || colon > slash) {
+        return;
+    }
+    port = kept.substr(colon + 1, slash - colon - 1);
+}
+
+void WSDiscoveryBase::ParseHardwareFromScopes(const std::string& scopes, std::string& hardware) {
+    const std::size_t prefix = scopes.find(kHardwareScope);
+    if (prefix == std::string::npos) {
+        return;
+    }
+    const std::size_t end = scopes.find(' ', prefix);  // a space alone ends a scope
+    const std::size_t value = prefix + kHardwareScope.size();
+    hardware = scopes.substr(value, end == std::string::npos ? end : end - value);
+    hardware = DecodingSpaces(hardware);
+}
+
+int WSDiscoveryBase::GetMACAddr(const std::string& ip, std::string& mac) {
+    arpreq request{};
+    sockaddr_in address;
+    if (!MakeAddress(ip.c_str(), 0, address)) {
+        WS_LOG(LOG_LEVEL_NOTICE, "Invalid IP address: %s\n", ip.c_str());
+        return -1;
+    }
+    memcpy(&request.arp_pa, &address, sizeof(address));
+    const int sock = OpenDatagramSocket();
+    const int error = errno;
+    if (sock < 0) {
+        WS_LOG(LOG_LEVEL_NOTICE, "Create socket failed. [%d]\n", error);
+        return -1;
+    }
+    const Descriptor owner(sock);
+    // Interface names fit; the bound is for a host that hands out something else.
+    m_strIfName.copy(request.arp_dev, sizeof(request.arp_dev) - 1);
+    for (int attempt = 0; attempt < kArpAttempts; ++attempt) {
+        if (ioctl(sock, SIOCGARP, &request) < 0 && errno == ENXIO &&
+            KarnExecl(kArpingPath, kArpingOptions, "-c", "1", "-w", "1", ip.c_str(),
+                      static_cast<const char*>(nullptr)) != 0) {
+            WS_LOG(LOG_LEVEL_INFO, "Failed to update arp table.\n");
+        }
+        // Also after a failed query, with the flags of the last one that succeeded: what arping
+        // made the kernel learn is seen by the next attempt.
+        if ((request.arp_flags & ATF_COM) != 0) {
+            mac = FormatMac(request.arp_ha);
+            return 0;
+        }
+    }
+    return -1;
+}
