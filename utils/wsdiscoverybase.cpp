@@ -156,7 +156,7 @@ std::int64_t MonotonicMicroseconds() {
 }
 
 // Waits until two pairs of Probes are far enough apart, and notes the time of the next pair.
-void PaceProbes(std::int64_t& lastPair) {
+[[maybe_unused]] void PaceProbes(std::int64_t& lastPair) {
     const std::int64_t due = lastPair + kProbeIntervalMicroseconds;
     while (MonotonicMicroseconds() < due) {
         const timespec until{static_cast<time_t>(due / 1'000'000),
