@@ -2,9 +2,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <libxml/parser.h>
-#include <libxml/xpath.h>
-#include <libxml/xpathInternals.h>
 #include <net/if_arp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -25,26 +22,11 @@
 
 #include "host/karnexec.h"
 #include "host/sdkfuncdata.h"
-#include "host/zelstring.h"
-#include "log/dbglog.h"
+#include "utils/bounded.h"
+#include "utils/wslog.h"
 #include "utils/xmlguard.h"
 
-#define WS_LOG(level, ...) DBG_LOG(LOG_CATEG_DISCOVERY, level, "utils/wsdiscoverybase", __VA_ARGS__)
-
 namespace {
-
-// Three things in a search are without bound by design: the parsed documents stay allocated
-// (ParseProbeMatchMessage), a receive goes on while datagrams keep coming (RecvProbeMatchMessage),
-// and an empty datagram ends a receive at once, so that the next Probes follow at once
-// (ThreadFunc). A build with LANSCOUT_BOUNDED bounds all three. The three places ask this constant
-// and nothing else depends on it.
-constexpr bool kBounded = LANSCOUT_BOUNDED != 0;
-
-// Bounded builds only. A receive ends at the latest so long after the search's time is up, two
-// pairs of Probes are at least so far apart, and a search keeps replies of so many senders.
-constexpr int kReceiveGraceSeconds = 30;
-constexpr std::int64_t kProbeIntervalMicroseconds = 100'000;
-constexpr std::size_t kMaxSenders = 65536;
 
 // WS-Discovery (April 2005), section 2.4: group and port.
 constexpr const char* kGroupAddress = "239.255.255.250";
@@ -80,15 +62,6 @@ constexpr std::string_view kProbeEnd = "</Types><Scopes/></Probe></Body></Envelo
 static_assert(kProbeUntilId.size() == 287);
 static_assert(kProbeUntilTypes.size() == 461);
 static_assert(kProbeEnd.size() == 43);
-
-constexpr const char* kXAddrsQuery =
-    "//*[local-name()='ProbeMatches']//*[local-name()='ProbeMatch']//*[local-name()='XAddrs']";
-constexpr const char* kScopesQuery =
-    "//*[local-name()='ProbeMatches']//*[local-name()='ProbeMatch']//*[local-name()='Scopes']";
-
-// ONVIF Core, section "Scope parameters".
-constexpr std::string_view kHardwareScope = "onvif://www.onvif.org/hardware/";
-constexpr std::string_view kHttpScheme = "http://";
 
 class MutexLock {
 public:
@@ -164,20 +137,6 @@ std::int64_t MonotonicMicroseconds() {
         clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
     }
     lastPair = MonotonicMicroseconds();
-}
-
-const xmlChar* XmlText(const char* text) {
-    return reinterpret_cast<const xmlChar*>(text);
-}
-
-const char* TextOrEmpty(const xmlChar* text) {
-    return text == nullptr ? "" : reinterpret_cast<const char*>(text);
-}
-
-void ReleaseInBoundedBuild(xmlXPathObject* result) {
-    if constexpr (kBounded) {
-        xmlXPathFreeObject(result);
-    }
 }
 
 std::string FormatMac(const sockaddr& hardware) {
@@ -471,120 +430,6 @@ void WSDiscoveryBase::RecvProbeMatchMessage(int sock, std::map<std::string, std:
             replies.try_emplace(ip, static_cast<const char*>(buffer));
         }
     }
-}
-
-void WSDiscoveryBase::ParseProbeMatchMessage(const std::string& ip, const std::string& reply,
-                                             std::string& port, std::string& hardware) {
-    xmlDoc* const doc = IsPrologHarmless(reply)
-                            ? xmlParseMemory(reply.data(), static_cast<int>(reply.size()))
-                            : nullptr;
-    if (doc == nullptr) {
-        WS_LOG(LOG_LEVEL_INFO, "Parse Probe Match Message to XML Failed: %s\n", ip.c_str());
-        return;
-    }
-    xmlXPathObject* result = nullptr;
-    if (GetXmlNodeSet(doc, kXAddrsQuery, result) == 0) {
-        std::string xaddrs;
-        GetNodeContent(result->nodesetval->nodeTab[0], xaddrs);  // on failure empty: port stays
-        ParsePortFromXAddrs(xaddrs, port);
-        ReleaseInBoundedBuild(result);
-    } else {
-        WS_LOG(LOG_LEVEL_INFO, "Failed to get XAddrs node set.\n");
-    }
-    if (GetXmlNodeSet(doc, kScopesQuery, result) == 0) {
-        std::string scopes;
-        GetNodeContent(result->nodesetval->nodeTab[0], scopes);
-        ParseHardwareFromScopes(scopes, hardware);
-        ReleaseInBoundedBuild(result);
-    } else {
-        WS_LOG(LOG_LEVEL_INFO, "Failed to get scopes node set.\n");
-    }
-    // The default build keeps the document and the results of both queries, one reply a camera: a
-    // lifetime that is meant, not a leak to be mended.
-    if constexpr (kBounded) {
-        xmlFreeDoc(doc);
-    }
-}
-
-int WSDiscoveryBase::GetXmlNodeSet(xmlDoc* doc, const std::string& xpath, xmlXPathObject*& result) {
-    xmlXPathContext* const context = xmlXPathNewContext(doc);
-    if (context == nullptr) {
-        WS_LOG(LOG_LEVEL_NOTICE, "Error: unable to create new XPath context.\n");
-        return -1;
-    }
-    const xmlNode* const root = xmlDocGetRootElement(doc);
-    if (root == nullptr) {
-        WS_LOG(LOG_LEVEL_NOTICE, "Error: unable to get xml root element.\n");
-        return -1;  // the context is kept, as on the other early return
-    }
-    // From the root's own namespace on: declarations written before it are left out, and the
-    // queries, which go by local names, do not need them.
-    for (const xmlNs* ns = root->ns; ns != nullptr; ns = ns->next) {
-        if (xmlXPathRegisterNs(context, ns->prefix, ns->href) != 0) {
-            WS_LOG(LOG_LEVEL_INFO, "Unable to register xml namespace [%s, %s].\n",
-                   TextOrEmpty(ns->prefix), TextOrEmpty(ns->href));
-        }
-    }
-    result = xmlXPathEvalExpression(XmlText(xpath.c_str()), context);
-    if (result == nullptr) {
-        WS_LOG(LOG_LEVEL_NOTICE, "Error: unable to evaluate XPath expression %s.\n", xpath.c_str());
-        return -1;
-    }
-    xmlXPathFreeContext(context);
-    if (result == nullptr) {  // excluded above; stands guard should the order change
-        WS_LOG(LOG_LEVEL_NOTICE, "Error: xmlXPathEvalExpression return NULL.\n");
-        return -1;
-    }
-    const xmlNodeSet* const nodes = result->nodesetval;
-    if (nodes == nullptr || nodes->nodeNr == 0 || nodes->nodeTab == nullptr) {
-        WS_LOG(LOG_LEVEL_NOTICE, "Notice: xmlXPathObj is empty.\n");
-        xmlXPathFreeObject(result);  // `result` keeps pointing there; callers must not use it
-        return -1;
-    }
-    return 0;
-}
-
-int WSDiscoveryBase::GetNodeContent(xmlNode* node, std::string& content) {
-    if (node == nullptr) {
-        WS_LOG(LOG_LEVEL_NOTICE, "NULL xml node.\n");
-        return -1;
-    }
-    content.clear();
-    xmlChar* const text = xmlNodeGetContent(node);
-    if (text == nullptr) {
-        WS_LOG(LOG_LEVEL_NOTICE, "Get node content failed.\n");
-        return -1;
-    }
-    content = reinterpret_cast<const char*>(text);
-    xmlFree(text);
-    return 0;
-}
-
-void WSDiscoveryBase::ParsePortFromXAddrs(const std::string& xaddrs, std::string& port) {
-    std::string kept = xaddrs;
-    const std::size_t scheme = kept.find(kHttpScheme);
-    if (scheme != std::string::npos) {
-        kept.erase(0, scheme + kHttpScheme.size());
-    }
-    // The first colon and the first slash decide: callers rely on what that gives for addresses
-    // with https, an IPv6 literal or no path.
-    const std::size_t colon = kept.find(':');
-    const std::size_t slash = kept.find('/');
-    if (colon == std::string::npos || slash == std::string::npos || colon > slash) {
-        return;
-    }
-    port = kept.substr(colon + 1, slash - colon - 1);
-}
-
-void WSDiscoveryBase::ParseHardwareFromScopes(const std::string& scopes, std::string& hardware) {
-    const std::size_t prefix = scopes.find(kHardwareScope);
-    if (prefix == std::string::npos) {
-        return;
-    }
-    const std::size_t end = scopes.find(' ', prefix);  // a space alone ends a scope
-    const std::size_t value = prefix + kHardwareScope.size();
-    hardware = scopes.substr(value, end == std::string::npos ? end : end - value);
-    hardware = DecodingSpaces(hardware);
 }
 
 int WSDiscoveryBase::GetMACAddr(const std::string& ip, std::string& mac) {

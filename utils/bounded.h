@@ -1,0 +1,18 @@
+// What a search leaves without bound, and the one switch that bounds it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Three things in a search are without bound by design: the parsed documents stay allocated
+// (ParseProbeMatchMessage), a receive goes on while datagrams keep coming (RecvProbeMatchMessage),
+// and an empty datagram ends a receive at once, so that the next Probes follow at once
+// (ThreadFunc). A build with LANSCOUT_BOUNDED bounds all three. The three places ask this constant
+// and nothing else depends on it.
+inline constexpr bool kBounded = LANSCOUT_BOUNDED != 0;
+
+// Bounded builds only. A receive ends at the latest so long after the search's time is up, two
+// pairs of Probes are at least so far apart, and a search keeps replies of so many senders.
+inline constexpr int kReceiveGraceSeconds = 30;
+inline constexpr std::int64_t kProbeIntervalMicroseconds = 100'000;
+inline constexpr std::size_t kMaxSenders = 65536;
