@@ -1,0 +1,121 @@
+#include "host/standalone/logoutput.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <mutex>
+
+#include "host/standalone/seam.h"
+
+namespace {
+
+// A standard error that does not block and is full is given this long, then the line is dropped: a
+// reader that has stopped must not stop the search.
+constexpr int kFullOutputWaitMs = 200;
+
+struct Sink {
+    StandaloneHost::LogSink pfnLine = nullptr;
+    void* pCookie = nullptr;
+};
+
+// Logging threads share the lock while they are inside the sink. A waiting writer goes first, so
+// that threads that log without a pause cannot keep SetLogSink waiting for ever.
+pthread_rwlock_t g_sinkLock = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
+Sink g_sink;
+std::atomic<bool> g_bSink = false;  // standard error, the common case, costs no lock
+thread_local bool t_bInSink = false;
+
+std::mutex g_standardError;
+
+// Keeps a standard error that nobody reads any more from killing the process: SIGPIPE is blocked
+// for this thread, and the one that a write raised is taken back. One that was pending before
+// stays.
+class NoSigpipe {
+public:
+    NoSigpipe() {
+        sigset_t pending;
+        sigemptyset(&pending);
+        sigpending(&pending);
+        m_bPending = sigismember(&pending, SIGPIPE) == 1;
+        sigemptyset(&m_sigpipe);
+        sigaddset(&m_sigpipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &m_sigpipe, &m_former);
+    }
+    ~NoSigpipe() {
+        const timespec now{};
+        if (m_bRaised && !m_bPending) {
+            while (sigtimedwait(&m_sigpipe, nullptr, &now) < 0 && errno == EINTR) {
+            }
+        }
+        pthread_sigmask(SIG_SETMASK, &m_former, nullptr);
+    }
+    NoSigpipe(const NoSigpipe&) = delete;
+    NoSigpipe& operator=(const NoSigpipe&) = delete;
+
+    void Raised() { m_bRaised = true; }
+
+private:
+    sigset_t m_sigpipe;
+    sigset_t m_former;
+    bool m_bPending = false;
+    bool m_bRaised = false;
+};
+
+bool WaitForRoom() {
+    pollfd output{STDERR_FILENO, POLLOUT, 0};
+    return poll(&output, 1, kFullOutputWaitMs) > 0;
+}
+
+// One write is the rule. It takes more only when a signal or a full pipe cut the first one short;
+// the lock keeps the rest of the line behind its beginning.
+void WriteToStandardError(std::string_view line) {
+    const std::lock_guard lock(g_standardError);
+    NoSigpipe noSigpipe;
+    while (!line.empty()) {
+        const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+        if (written >= 0) {
+            line.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EPIPE) {
+            noSigpipe.Raised();
+            return;
+        } else if (errno != EINTR && (errno != EAGAIN || !WaitForRoom())) {
+            return;
+        }
+    }
+}
+
+bool WriteToSink(std::string_view line) {
+    // A line that the sink itself logs would wait for its own lock: it goes to standard error.
+    if (t_bInSink || !g_bSink.load(std::memory_order_acquire)) {
+        return false;
+    }
+    pthread_rwlock_rdlock(&g_sinkLock);
+    const Sink sink = g_sink;
+    if (sink.pfnLine != nullptr) {
+        t_bInSink = true;
+        sink.pfnLine(line.data(), line.size(), sink.pCookie);
+        t_bInSink = false;
+    }
+    pthread_rwlock_unlock(&g_sinkLock);
+    return sink.pfnLine != nullptr;
+}
+
+}  // namespace
+
+void WriteLogLine(std::string_view line) {
+    if (!WriteToSink(line)) {
+        WriteToStandardError(line);
+    }
+}
+
+void StandaloneHost::SetLogSink(LogSink sink, void* cookie) {
+    pthread_rwlock_wrlock(&g_sinkLock);
+    g_sink = {sink, cookie};
+    g_bSink.store(sink != nullptr, std::memory_order_release);
+    pthread_rwlock_unlock(&g_sinkLock);
+}
