@@ -1,0 +1,56 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lansim {
+
+enum class Misbehaviour {
+    NotXml,
+    CutOff,
+    Oversize,
+    ZeroByte,
+    NoXAddrs,
+    NoScopes,
+    SeveralXAddrs,
+    Ipv6XAddrs,
+    HttpsXAddrs,
+    LineBreakXAddrs,
+    TwoProbeMatches,
+    SoapFault,
+    EntityBomb,
+    ControlCharacters,
+    Duplicate,
+    EmptyDatagram,
+    NoArp,
+    Silent,
+    DeviceOnly,
+};
+
+struct MisbehaviourName {
+    Misbehaviour kind;
+    std::string_view name;
+    std::string_view meaning;
+};
+
+const std::vector<MisbehaviourName>& MisbehaviourNames();
+std::string_view NameOf(Misbehaviour kind);
+std::optional<Misbehaviour> MisbehaviourNamed(std::string_view name);
+
+// A part of all cameras that misbehaves in one way.
+struct MisbehaviourShare {
+    Misbehaviour kind;
+    double share = 0;  // 0 to 1
+};
+
+// KIND=SHARE, SHARE being a fraction (0.1) or a percentage (10%).
+// On failure the message says what is wrong and what would be right.
+struct ShareResult {
+    std::optional<MisbehaviourShare> value;
+    std::string error;
+};
+ShareResult ParseMisbehaviourShare(const std::string& text);
+
+}  // namespace lansim

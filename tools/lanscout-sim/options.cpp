@@ -1,0 +1,170 @@
+#include "tools/lanscout-sim/options.h"
+
+#include <fmt/format.h>
+#include <net/if.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+namespace lansim {
+namespace {
+
+constexpr int kWrongUse = 2;
+constexpr std::size_t kDefaultCameras = 40;
+
+constexpr const char* kDescription =
+    R"(lanscout-sim: a network of simulated ONVIF cameras
+
+Cameras answer WS-Discovery Probes as real ones do. In namespace mode each has an IPv4 and a MAC
+address of its own behind a tap device in a network namespace; in loopback mode, which needs no
+privileges, each is an address of 127.0.0.0/8.)";
+
+constexpr const char* kExamples = R"(Examples:
+  lanscout-sim --cameras 40 --netns lab      40 cameras; search with: ip netns exec lab ...
+  lanscout-sim --cameras 2000 --max-delay 20 -- lanscout --address 10.99.0.1
+                                             runs the command inside and ends with its status
+  lanscout-sim --mode loopback --cameras 10  no privileges; search from 127.77.0.1
+  lanscout-sim --misbehave not-xml=10% --misbehave duplicate=5% --loss 5 --stats -
+  lanscout-sim --scenario office.json --capture office.pcap --seconds 30
+
+LANSCOUT_SIM_ADDRESS in the command's environment is the address to search from.
+)";
+
+std::string Footer() {
+    std::string text = "Misbehaviours (--misbehave KIND=SHARE):\n";
+    for (const auto& entry : MisbehaviourNames())
+        text += fmt::format("  {:<20}{}\n", entry.name, entry.meaning);
+    return text + "\n" + kExamples;
+}
+
+std::string CheckShare(const std::string& text) {
+    return ParseMisbehaviourShare(text).error;
+}
+
+std::string CheckNetwork(const std::string& text) {
+    return ParseSubnet(text) ? ""
+                             : fmt::format(
+                                   "\"{}\" is no ADDRESS/BITS as in 10.99.0.1/16 (8 to 30 "
+                                   "bits)",
+                                   text);
+}
+
+std::string CheckDeviceName(const std::string& text) {
+    return text.empty() || text.size() >= IFNAMSIZ || text.find_first_of("/ %") != text.npos
+               ? fmt::format("\"{}\" is no device name of 1 to 15 characters", text)
+               : "";
+}
+
+std::string CheckNamespaceName(const std::string& text) {
+    return text.empty() || text == "." || text == ".." || text.find('/') != text.npos
+               ? fmt::format("\"{}\" cannot name a network namespace", text)
+               : "";
+}
+
+class Usage : public CLI::Formatter {
+public:
+    std::string make_usage(const CLI::App*, std::string) const override {
+        return "Usage: lanscout-sim [OPTION]... [-- COMMAND ARG...]\n\n";
+    }
+};
+
+// What the parser writes before it becomes Options.
+struct Raw {
+    std::string mode = "auto";
+    std::vector<std::string> shares;
+    std::string network;
+    double loss = 0;
+    std::uint32_t maxDelay = 500;
+    double seconds = 0;
+};
+
+void Declare(CLI::App& app, Options& options, Raw& raw) {
+    app.add_option("--mode", raw.mode,
+                   "auto: namespace where it may, else loopback, saying which and why")
+        ->check(CLI::IsMember({"auto", "namespace", "loopback"}))
+        ->capture_default_str();
+    app.add_option("--cameras", options.cameras,
+                   "number of generated cameras (40, or none with --scenario)");
+    app.add_option("--seed", options.seed, "the same seed makes the same run")
+        ->capture_default_str();
+    app.add_option("--scenario", options.scenarioFile, "named cameras from a JSON file");
+    app.add_option("--misbehave", raw.shares,
+                   "a share of the generated cameras misbehaves, as in not-xml=10%; repeatable")
+        ->check(CheckShare)
+        ->allow_extra_args(false);
+    app.add_option("--loss", raw.loss, "per cent of Probes and of replies lost")
+        ->check(CLI::Range(0.0, 100.0));
+    app.add_option("--probe-loss", options.probeLossPercent, "per cent of Probes lost")
+        ->check(CLI::Range(0.0, 100.0));
+    app.add_option("--reply-loss", options.replyLossPercent, "per cent of replies lost")
+        ->check(CLI::Range(0.0, 100.0));
+    app.add_option("--max-delay,--burst", raw.maxDelay,
+                   "milliseconds within which a Probe is answered")
+        ->check(CLI::Range(0, 60000))
+        ->capture_default_str();
+    app.add_option("--netns", options.netns, "name of the namespace, as for ip netns")
+        ->check(CheckNamespaceName);
+    app.add_option("--network", raw.network,
+                   "the searcher's address and the network (10.99.0.1/16; loopback mode: "
+                   "127.77.0.1/16)")
+        ->check(CheckNetwork);
+    app.add_option("--tap", options.tap, "name of the searcher's device in the namespace")
+        ->check(CheckDeviceName)
+        ->capture_default_str();
+    app.add_option("--capture", options.captureFile, "write all that passed to a pcap file");
+    app.add_option("--stats", options.statsFile, "write counts as JSON at the end; - is stdout");
+    app.add_option("--devices", options.devicesFile,
+                   "write the list of devices as JSON before the ready line; - is stdout");
+    app.add_option("--seconds", raw.seconds, "end after so many seconds")
+        ->check(CLI::PositiveNumber);
+}
+
+void Complete(const CLI::App& app, Options& options, const Raw& raw) {
+    options.mode = raw.mode == "namespace"  ? Mode::Namespace
+                   : raw.mode == "loopback" ? Mode::Loopback
+                                            : Mode::Automatic;
+    for (const auto& share : raw.shares)
+        options.shares.push_back(*ParseMisbehaviourShare(share).value);
+    if (!raw.network.empty())
+        options.network = ParseSubnet(raw.network);
+    if (app.count("--probe-loss") == 0)
+        options.probeLossPercent = raw.loss;
+    if (app.count("--reply-loss") == 0)
+        options.replyLossPercent = raw.loss;
+    options.maxDelay = std::chrono::milliseconds(raw.maxDelay);
+    if (app.count("--seconds") > 0)
+        options.duration = std::chrono::milliseconds(static_cast<int>(raw.seconds * 1000));
+    if (app.count("--cameras") == 0 && options.scenarioFile.empty())
+        options.cameras = kDefaultCameras;
+}
+
+}  // namespace
+
+CommandLine ParseCommandLine(int argc, const char* const* argv) {
+    // Split here, so that the command may have options and a "--" of its own.
+    const auto* end = argv + argc;
+    const auto* dashes = std::find(argv, end, std::string_view("--"));
+
+    Options options;
+    Raw raw;
+    CLI::App app(kDescription, "lanscout-sim");
+    app.formatter(std::make_shared<Usage>());
+    app.footer(Footer());
+    Declare(app, options, raw);
+    try {
+        app.parse(static_cast<int>(dashes - argv), argv);
+    } catch (const CLI::ParseError& error) {
+        const int status = app.exit(error);
+        return {std::nullopt, status == 0 ? 0 : kWrongUse};
+    }
+    Complete(app, options, raw);
+    if (dashes != end)
+        options.command.assign(dashes + 1, end);
+    if (dashes != end && options.command.empty()) {
+        fmt::print(stderr, "lanscout-sim: \"--\" must be followed by the command to run\n");
+        return {std::nullopt, kWrongUse};
+    }
+    return {options, 0};
+}
+
+}  // namespace lansim

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/lanscout-sim/address.h"
+#include "tools/lanscout-sim/misbehaviour.h"
+
+namespace lansim {
+
+enum class Mode { Automatic, Namespace, Loopback };
+
+struct Options {
+    Mode mode = Mode::Automatic;
+    std::size_t cameras = 0;
+    std::uint64_t seed = 1;
+    std::string scenarioFile;
+    std::vector<MisbehaviourShare> shares;
+    double probeLossPercent = 0;
+    double replyLossPercent = 0;
+    std::chrono::milliseconds maxDelay{500};
+    std::string netns;
+    std::optional<Subnet> network;
+    std::string tap = "sim0";
+    std::string captureFile;
+    std::string statsFile;
+    std::string devicesFile;
+    std::optional<std::chrono::milliseconds> duration;
+    std::vector<std::string> command;
+};
+
+// What to do with a command line: run with the options, or end at once with the status, the
+// text having been printed.
+struct CommandLine {
+    std::optional<Options> options;
+    int exitStatus = 0;
+};
+CommandLine ParseCommandLine(int argc, const char* const* argv);
+
+}  // namespace lansim

@@ -1,0 +1,198 @@
+#include "tools/lanscout-sim/simulation.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+
+#include <array>
+#include <memory>
+
+#include "tools/lanscout-sim/command.h"
+#include "tools/lanscout-sim/loopbacknetwork.h"
+#include "tools/lanscout-sim/netns.h"
+#include "tools/lanscout-sim/population.h"
+#include "tools/lanscout-sim/report.h"
+#include "tools/lanscout-sim/responder.h"
+#include "tools/lanscout-sim/scenario.h"
+#include "tools/lanscout-sim/tapnetwork.h"
+
+namespace lansim {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr Subnet kNamespaceNetwork{Ipv4{0x0A630001}, 16};  // 10.99.0.1/16
+constexpr Subnet kLoopbackNetwork{Ipv4{0x7F4D0001}, 16};   // 127.77.0.1/16
+constexpr std::uint32_t kNamespaceFirstHost = 10;
+constexpr std::uint32_t kLoopbackFirstHost = 257;  // 127.77.1.1
+
+// Signals arrive as something to read, so that the loop ends where it can clean up.
+Descriptor MakeSignalDescriptor() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
+        sigaddset(&signals, number);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+    return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+class Simulation {
+public:
+    explicit Simulation(const Options& options)
+        : m_options(options), m_signals(MakeSignalDescriptor()) {
+        if (!options.scenarioFile.empty())
+            m_scenario = ReadScenario(options.scenarioFile);
+        if (!options.captureFile.empty())
+            m_capture = std::make_unique<Capture>(options.captureFile);
+    }
+
+    int Run() {
+        MakeNetwork();
+        if (!m_options.devicesFile.empty())
+            WriteReport({{"devices", DevicesReport(m_cameras)}}, m_options.devicesFile);
+        fmt::print(m_options.command.empty() ? stdout : stderr, "{}\n", ReadyLine());
+        std::fflush(stdout);
+        if (!m_options.command.empty())
+            m_command = std::make_unique<Command>(m_options.command, ToText(m_subnet.address));
+        if (m_options.duration)
+            m_end = Clock::now() + *m_options.duration;
+        Loop();
+        const int status = m_command ? m_command->ExitStatus().value_or(0) : 0;
+        m_command.reset();
+        if (!m_options.statsFile.empty())
+            WriteReport(Stats(), m_options.statsFile);
+        return status;
+    }
+
+private:
+    void MakeNetwork() {
+        if (m_options.mode == Mode::Loopback)
+            return MakeLoopback();
+        if (m_options.mode == Mode::Namespace)
+            return MakeNamespace();
+        try {
+            MakeNamespace();
+        } catch (const SetupError& error) {
+            m_network.reset();
+            m_namespace.reset();
+            fmt::print(stderr, "lanscout-sim: loopback mode, for namespace mode may not be: {}\n",
+                       error.what());
+            MakeLoopback();
+        }
+    }
+
+    void MakeNamespace() {
+        Populate(kNamespaceNetwork, kNamespaceFirstHost);
+        m_namespace = std::make_unique<NetworkNamespace>(m_options.netns);
+        auto network =
+            std::make_unique<TapNetwork>(m_options.tap, m_subnet, m_cameras, m_capture.get());
+        m_tapCounts = &network->Counts();
+        m_network = std::move(network);
+    }
+
+    void MakeLoopback() {
+        Populate(kLoopbackNetwork, kLoopbackFirstHost);
+        if (m_subnet.address.value >> 24 != 127)
+            throw SetupError(
+                fmt::format("{} is not in 127.0.0.0/8, where loopback mode lives; "
+                            "leave --network out or give one as 127.77.0.1/16",
+                            ToText(m_subnet)));
+        m_network = std::make_unique<LoopbackNetwork>(m_cameras, m_capture.get());
+    }
+
+    void Populate(const Subnet& defaultNetwork, std::uint32_t firstHost) {
+        m_subnet = m_options.network.value_or(defaultNetwork);
+        m_cameras = MakeCameras({m_subnet, firstHost, m_options.cameras, m_options.seed,
+                                 m_scenario.cameras, m_options.shares});
+        m_responder = std::make_unique<Responder>(
+            m_cameras,
+            ResponderOptions{m_options.seed, m_options.maxDelay, m_options.probeLossPercent / 100,
+                             m_options.replyLossPercent / 100});
+    }
+
+    std::string ReadyLine() const {
+        const std::string where =
+            !m_namespace ? "lo"
+            : m_options.netns.empty()
+                ? fmt::format("{} in a namespace without a name", m_options.tap)
+                : fmt::format("{} in netns {}", m_options.tap, m_options.netns);
+        return fmt::format("ready: {} cameras, mode {}, search from {} ({})", m_cameras.size(),
+                           m_namespace ? "namespace" : "loopback", ToText(m_subnet.address), where);
+    }
+
+    void Loop() {
+        std::array<pollfd, 2> waits = {
+            {{m_network->Descriptor(), POLLIN, 0}, {m_signals.Get(), POLLIN, 0}}};
+        while (!IsOver()) {
+            const timespec timeout = UntilNextDue();
+            ppoll(waits.data(), waits.size(), &timeout, nullptr);
+            m_network->Receive([this](const Datagram& datagram) {
+                m_responder->OnDatagram(datagram, Clock::now());
+            });
+            m_responder->SendDue(Clock::now(), *m_network);
+            TakeSignals();
+        }
+    }
+
+    timespec UntilNextDue() const {
+        using std::chrono::nanoseconds;
+        constexpr nanoseconds kLongest = std::chrono::seconds(60);
+        constexpr long kNanosecondsPerSecond = 1000000000;
+        TimePoint due = Clock::now() + kLongest;
+        if (m_end)
+            due = std::min(due, *m_end);
+        if (const auto reply = m_responder->NextDue())
+            due = std::min(due, *reply);
+        const auto wait = std::max(nanoseconds(0), nanoseconds(due - Clock::now())).count();
+        return {wait / kNanosecondsPerSecond, wait % kNanosecondsPerSecond};
+    }
+
+    void TakeSignals() {
+        signalfd_siginfo info{};
+        while (read(m_signals.Get(), &info, sizeof info) == sizeof info) {
+            if (info.ssi_signo == SIGCHLD)
+                continue;
+            m_isStopped = true;
+            if (m_command)
+                m_command->Signal(static_cast<int>(info.ssi_signo));
+        }
+    }
+
+    bool IsOver() {
+        return m_isStopped || (m_end && Clock::now() >= *m_end) ||
+               (m_command && m_command->ExitStatus());
+    }
+
+    nlohmann::ordered_json Stats() const {
+        return {{"mode", m_namespace ? "namespace" : "loopback"},
+                {"address", ToText(m_subnet.address)},
+                {"seed", m_options.seed},
+                {"counts", CountsReport(m_responder->Counts(), m_tapCounts)},
+                {"devices", DevicesReport(m_cameras)}};
+    }
+
+    const Options& m_options;
+    Descriptor m_signals;
+    Scenario m_scenario;
+    std::unique_ptr<Capture> m_capture;
+    Subnet m_subnet;
+    std::vector<Camera> m_cameras;
+    std::unique_ptr<Responder> m_responder;
+    // The namespace must outlive what was made in it.
+    std::unique_ptr<NetworkNamespace> m_namespace;
+    std::unique_ptr<Network> m_network;
+    const TapCounts* m_tapCounts = nullptr;
+    std::unique_ptr<Command> m_command;
+    std::optional<TimePoint> m_end;
+    bool m_isStopped = false;
+};
+
+}  // namespace
+
+int RunSimulation(const Options& options) {
+    return Simulation(options).Run();
+}
+
+}  // namespace lansim
