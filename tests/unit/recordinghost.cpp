@@ -28,6 +28,7 @@ struct State {
     std::function<int(char*, int)> read;
     std::vector<HttpUse> https;
     int liveClients = 0;
+    ZelDbgLogCfg config{};
 };
 
 State& Current() {
@@ -62,6 +63,13 @@ void Reset() {
     });
     g_pDbgLogCfg = nullptr;
     g_DbgLogPid = 0;
+}
+
+void SetLogLevel(int level) {
+    ZelDbgLogCfg& config = Current().config;
+    config = {};
+    config.aCategLevel[LOG_CATEG_DISCOVERY] = level;
+    g_pDbgLogCfg = &config;
 }
 
 std::vector<LogLine> LogLines() {
@@ -182,9 +190,11 @@ int KarnExecl(const char* path, int options, ...) {
 }
 
 std::string DecodingSpaces(const std::string& text) {
-    std::string decoded = text;
-    for (std::size_t at = decoded.find("%20"); at != std::string::npos; at = decoded.find("%20")) {
-        decoded.replace(at, 3, " ");
+    std::string decoded;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const bool space = text.compare(at, 3, "%20") == 0;
+        decoded += space ? ' ' : text[at];
+        at += space ? 2 : 0;
     }
     return decoded;
 }

@@ -37,6 +37,10 @@ struct HttpUse {
 
 void Reset();
 
+// Attaches a log configuration with category 7 at this level and no process entries. Not while a
+// search runs.
+void SetLogLevel(int level);
+
 // Safe on any thread.
 std::vector<LogLine> LogLines();
 std::vector<std::string> LogMessages();
