@@ -3,6 +3,7 @@
 #include <libxml/xpath.h>
 #include <libxml/xpathInternals.h>
 
+#include <memory>
 #include <string_view>
 
 #include "host/zelstring.h"
@@ -22,6 +23,12 @@ constexpr const char* kScopesQuery =
 constexpr std::string_view kHardwareScope = "onvif://www.onvif.org/hardware/";
 constexpr std::string_view kHttpScheme = "http://";
 
+// What one query may cost, in libxml2's operations. libxml2 merges the matches below nested
+// elements in quadratic time, so that a reply of nested ProbeMatches would take tens of
+// milliseconds. A device's reply takes some hundred operations, and the dearest one of 4096 bytes
+// that does not nest ProbeMatches or ProbeMatch in themselves takes less than this.
+constexpr unsigned long kMaxQueryOperations = 22500;
+
 const xmlChar* XmlText(const char* text) {
     return reinterpret_cast<const xmlChar*>(text);
 }
@@ -35,6 +42,17 @@ void ReleaseInBoundedBuild(xmlXPathObject* result) {
         xmlXPathFreeObject(result);
     }
 }
+
+// For the context of a query that yields nothing: a sender can bring that about.
+void ReleaseInBoundedBuild(xmlXPathContext* context) {
+    if constexpr (kBounded) {
+        xmlXPathFreeContext(context);
+    }
+}
+
+struct FreeXmlText {
+    void operator()(xmlChar* text) const { xmlFree(text); }
+};
 
 }  // namespace
 
@@ -90,8 +108,10 @@ int WSDiscoveryBase::GetXmlNodeSet(xmlDoc* doc, const std::string& xpath, xmlXPa
                    TextOrEmpty(ns->prefix), TextOrEmpty(ns->href));
         }
     }
+    context->opLimit = kMaxQueryOperations;
     result = xmlXPathEvalExpression(XmlText(xpath.c_str()), context);
     if (result == nullptr) {
+        ReleaseInBoundedBuild(context);
         WS_LOG(LOG_LEVEL_NOTICE, "Error: unable to evaluate XPath expression %s.\n", xpath.c_str());
         return -1;
     }
@@ -115,13 +135,12 @@ int WSDiscoveryBase::GetNodeContent(xmlNode* node, std::string& content) {
         return -1;
     }
     content.clear();
-    xmlChar* const text = xmlNodeGetContent(node);
+    const std::unique_ptr<xmlChar, FreeXmlText> text(xmlNodeGetContent(node));
     if (text == nullptr) {
         WS_LOG(LOG_LEVEL_NOTICE, "Get node content failed.\n");
         return -1;
     }
-    content = reinterpret_cast<const char*>(text);
-    xmlFree(text);
+    content = reinterpret_cast<const char*>(text.get());
     return 0;
 }
 
