@@ -3,8 +3,8 @@
 
 #include <string_view>
 
-// Whether the document may be parsed: it has a root element, and nothing before that declares what
-// the parser would expand later.
+// Whether the document may be parsed: nothing before its root element declares what the parser
+// would expand later.
 //
 // Under 4096 bytes of entity declarations make libxml2 loop for ever, or take gigabytes in the
 // parse or when the text of a node is read afterwards; defaulted attributes multiply in the same
@@ -14,7 +14,7 @@
 // libxml2 knows, and stops at the first such declaration or at the root element, whichever comes
 // first. It opens no file and no connection and writes nothing.
 //
-// A document whose prolog is malformed is refused too; nothing would come of parsing it.
+// A document with a malformed prolog may be refused too; nothing would come of parsing it.
 bool IsPrologHarmless(std::string_view document);
 
 // Makes libxml2 silent, and keeps it from loading or expanding anything, on the calling thread and
