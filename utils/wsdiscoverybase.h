@@ -34,8 +34,8 @@ struct [[gnu::visibility("default")]] CAM_SEARCH_INFO {
     int nPort = 0;
 };
 
-// Which device type a Probe asks for.
-enum ONVIF_PROBE_TYPE {
+// Which device type a Probe asks for. Any other int may be passed and is refused.
+enum ONVIF_PROBE_TYPE : int {
     ONVIF_PROBE_DEVICE = 0,  // tds:Device (ONVIF Core)
     ONVIF_PROBE_NVT = 1,     // dn:NetworkVideoTransmitter (ONVIF Core)
 };
