@@ -60,6 +60,7 @@ class Responder:
     def __init__(self, namespace, device, addresses, answer, bits=24):
         self.addresses = list(addresses)
         self.probes = []  # payloads, once each
+        self.answered = 0  # datagrams sent
         self._answer = answer
         self._counts = dict.fromkeys(self.addresses, 0)
         carried = {record["local"] for link in namespace.ip("-4", "address", "show", "dev", device)
@@ -108,3 +109,4 @@ class Responder:
             # A searcher that is gone answers with ICMP, which is no concern of a camera.
             with contextlib.suppress(OSError):
                 self._senders[address].sendto(part, probe.sender)
+                self.answered += 1

@@ -24,6 +24,7 @@ import subprocess
 import tempfile
 import threading
 import time
+from functools import partial
 from pathlib import Path
 
 GROUP = "239.255.255.250"
@@ -255,6 +256,9 @@ class Namespace:
     def mac(self, device):
         return self.ip("link", "show", "dev", device)[0]["address"].upper()
 
+    def is_up(self, device):
+        return self.ip("link", "show", "dev", device)[0]["operstate"] == "UP"
+
     def capture(self, device, expression=""):
         """Captures what passes `device`, from the moment this returns. See Capture."""
         return Capture(self, device, expression)
@@ -404,6 +408,9 @@ class Lan:
             if address:
                 namespace.ip("address", "add", address, "dev", device)
             namespace.ip("link", "set", device, "up")
+        # Until the kernel has seen the carrier, a device takes datagrams and drops them.
+        for namespace, device in ((one, one_device), (other, other_device)):
+            wait_until(partial(namespace.is_up, device), 10, f"{device} is up", pause=0.005)
 
     def switch(self):
         """A namespace that holds a bridge, br0; plug() connects hosts to it."""
