@@ -16,3 +16,6 @@ if(LANSCOUT_SANITIZE)
   add_compile_options(-fsanitize=${LANSCOUT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
   add_link_options(-fsanitize=${LANSCOUT_SANITIZE})
 endif()
+if(LANSCOUT_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)  # libFuzzer counts what is run everywhere
+endif()

@@ -3,7 +3,9 @@
 set(lanscout_soname_package liblanscout${PROJECT_VERSION_MAJOR})
 set(lanscout_deb_version ${PROJECT_VERSION}-1)
 
-# Every Debian package carries its licence, its changes and its lintian overrides.
+# Every Debian package carries its licence, its changes and its lintian overrides. They are left out
+# of a plain cmake --install, which takes the licence alone.
+install(FILES LICENSE COMPONENT licence DESTINATION ${CMAKE_INSTALL_DOCDIR})
 string(TIMESTAMP lanscout_deb_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(cmake/debian/changelog.in debian/changelog @ONLY)
 find_program(GZIP gzip REQUIRED)
@@ -16,10 +18,10 @@ function(lanscout_package component name)
   install(FILES ${PROJECT_SOURCE_DIR}/cmake/debian/copyright
                 ${PROJECT_BINARY_DIR}/debian/changelog.gz
                 ${PROJECT_BINARY_DIR}/debian/changelog.Debian.gz
-    COMPONENT ${component} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name})
+    COMPONENT ${component} EXCLUDE_FROM_ALL DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name})
   set(overrides ${PROJECT_SOURCE_DIR}/cmake/debian/${component}.lintian-overrides)
   if(EXISTS ${overrides})
-    install(FILES ${overrides} COMPONENT ${component} RENAME ${name}
+    install(FILES ${overrides} COMPONENT ${component} EXCLUDE_FROM_ALL RENAME ${name}
       DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides)
   endif()
 endfunction()
