@@ -1,0 +1,6 @@
+lanscout_unit_test(zelprintf_test LIBS lanscout_host_objects
+  WRAP write poll _ZnamRKSt9nothrow_t)  # the last is new (std::nothrow) char[n]
+lanscout_unit_test(logsink_test LIBS lanscout_host_objects)
+lanscout_unit_test(logconfig_test LIBS lanscout_host_objects)
+lanscout_unit_test(zelstring_test LIBS lanscout_host_objects)
+lanscout_unit_test(libxml2setup_test LIBS lanscout_host_objects WRAP xmlInitParser)
