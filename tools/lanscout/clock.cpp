@@ -1,0 +1,13 @@
+#include "tools/lanscout/clock.h"
+
+#include <fmt/chrono.h>
+
+#include <ctime>
+
+namespace LanscoutTool {
+
+std::string NowText() {
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
+}
+
+}  // namespace LanscoutTool

@@ -1,0 +1,117 @@
+#include "tools/lanscout/upnpsearch.h"
+
+#include <arpa/inet.h>
+#include <fmt/core.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <optional>
+#include <thread>
+
+#include "tools/lanscout/arpcache.h"
+#include "tools/lanscout/description.h"
+#include "utils/upnpsearchbase.h"
+
+namespace LanscoutTool {
+namespace {
+
+constexpr std::chrono::milliseconds kPollInterval{50};
+constexpr int kFirstPort = 49152;    // of the dynamic ones (RFC 6335); libupnp's own choice
+constexpr int kPortsPerSearch = 64;  // so that searches at once try different ones
+constexpr int kLastPort = 65535;
+
+class Search : public UpnpSearchBase {
+public:
+    Search(const Target& target, int port, int seconds, Sender& sender)
+        : UpnpSearchBase(target.address, port, seconds), m_target(target), m_sender(sender) {}
+    ~Search() override { StopSearch(); }
+
+protected:
+    void OnDeviceDiscovered(const std::string& descriptionXml, const char* location) override {
+        if (std::optional<Device> device = ReadDescription(descriptionXml, location)) {
+            // The description was fetched just now, so the kernel knows the neighbour.
+            device->mac = MacFromArpCache(device->ip, m_target.interface);
+            m_sender.Send(FoundMessage{std::move(*device)});
+        }
+    }
+
+private:
+    Target m_target;
+    Sender& m_sender;
+};
+
+template <typename Address>
+bool CanListen(int family, Address address) {
+    const int fd = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        return family == AF_INET6;  // without IPv6 nobody else has the port there either
+    }
+    const int yes = 1;
+    if (family == AF_INET6) {
+        setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof yes);
+    }
+    const bool can = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    close(fd);
+    return can || (family == AF_INET6 && errno == EADDRNOTAVAIL);
+}
+
+// libupnp listens at the address, and at the wildcard address of IPv6.
+bool IsFree(const std::string& address, int port) {
+    sockaddr_in v4{};
+    v4.sin_family = AF_INET;
+    v4.sin_port = htons(static_cast<std::uint16_t>(port));
+    inet_pton(AF_INET, address.c_str(), &v4.sin_addr);
+    sockaddr_in6 v6{};
+    v6.sin6_family = AF_INET6;
+    v6.sin6_port = v4.sin_port;
+    return CanListen(AF_INET, v4) && CanListen(AF_INET6, v6);
+}
+
+// A failed start cannot be followed by another one in the same process, so the port is looked for
+// beforehand.
+std::optional<int> FindFreePort(const std::string& address, int number) {
+    const int first = kFirstPort + number * kPortsPerSearch % (kLastPort - kFirstPort);
+    for (int port = first; port <= kLastPort && port < first + kPortsPerSearch; ++port) {
+        if (IsFree(address, port)) {
+            return port;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string StartFailure(const Target& target, int port, int code) {
+    switch (code) {
+        case UPNP_E_SOCKET_BIND:
+            return fmt::format("TCP port {} was taken by another process meanwhile", port);
+        case UPNP_E_INVALID_INTERFACE:
+            return fmt::format(
+                "the installed libupnp does not search on {}, its interface is down "
+                "or the loopback's",
+                target.address);
+        default:
+            return fmt::format("libupnp could not be started: its error code is {}", code);
+    }
+}
+
+}  // namespace
+
+void RunUpnpSearch(const Target& target, int seconds, int number, Sender& sender) {
+    const std::optional<int> port = FindFreePort(target.address, number);
+    if (!port) {
+        return sender.Send(FailureMessage{"no TCP port is free for libupnp to listen at", 0});
+    }
+    Search search(target, *port, seconds, sender);
+    if (const int code = search.StartSearch(); code != 0) {
+        return sender.Send(FailureMessage{StartFailure(target, *port, code), code});
+    }
+    while (search.IsRunning()) {
+        std::this_thread::sleep_for(kPollInterval);
+    }
+    search.StopSearch();
+    sender.Send(DoneMessage{});
+}
+
+}  // namespace LanscoutTool
