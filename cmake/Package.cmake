@@ -3,6 +3,12 @@
 set(lanscout_soname_package liblanscout${PROJECT_VERSION_MAJOR})
 set(lanscout_deb_version ${PROJECT_VERSION}-1)
 
+# Who builds packages to hand them on sets these two, as for every other Debian package.
+set(lanscout_maintainer "the lanscout developers <lanscout@localhost>")
+if(DEFINED ENV{DEBFULLNAME} AND DEFINED ENV{DEBEMAIL})
+  set(lanscout_maintainer "$ENV{DEBFULLNAME} <$ENV{DEBEMAIL}>")
+endif()
+
 # Every Debian package carries its licence, its changes and its lintian overrides. They are left out
 # of a plain cmake --install, which takes the licence alone.
 install(FILES LICENSE COMPONENT licence DESTINATION ${CMAKE_INSTALL_DOCDIR})
@@ -32,7 +38,7 @@ lanscout_package(tools lanscout)
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lanscout)
 set(CPACK_PACKAGE_VENDOR "the lanscout developers")
-set(CPACK_PACKAGE_CONTACT "the lanscout developers <lanscout@localhost>")
+set(CPACK_PACKAGE_CONTACT ${lanscout_maintainer})
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
@@ -56,11 +62,11 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "search for IP cameras and UPnP devices - shared library
- Searches one local IPv4 network for ONVIF devices with WS-Discovery and for
- UPnP root devices with SSDP, in a thread of its own, and lists address, port,
- hardware name and MAC address of each device while they answer.
- .
- This package has the shared libraries.")
+Searches one local IPv4 network for ONVIF devices with WS-Discovery and for
+UPnP root devices with SSDP, in a thread of its own, and lists address, port,
+hardware name and MAC address of each device while they answer.
+
+This package has the shared libraries.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME liblanscout-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -68,12 +74,12 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "${lanscout_soname_package} (= ${lanscout_deb_version}), libupnp-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "search for IP cameras and UPnP devices - development files
- Searches one local IPv4 network for ONVIF devices with WS-Discovery and for
- UPnP root devices with SSDP, in a thread of its own, and lists address, port,
- hardware name and MAC address of each device while they answer.
- .
- This package has the headers, and the files by which CMake and pkg-config find
- the library.")
+Searches one local IPv4 network for ONVIF devices with WS-Discovery and for
+UPnP root devices with SSDP, in a thread of its own, and lists address, port,
+hardware name and MAC address of each device while they answer.
+
+This package has the headers, and the files by which CMake and pkg-config find
+the library.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lanscout)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
@@ -81,8 +87,8 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${lanscout_soname_package} (= ${lanscout
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "iputils-arping, ieee-data")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "search for IP cameras and UPnP devices - command-line tools
- lanscout searches all local IPv4 networks for ONVIF cameras and UPnP devices
- and prints a table of them, or JSON, CSV or an HTML page.
- .
- lanscout-sim is a network of simulated cameras to try it on.")
+lanscout searches all local IPv4 networks for ONVIF cameras and UPnP devices
+and prints a table of them, or JSON, CSV or an HTML page.
+
+lanscout-sim is a network of simulated cameras to try it on.")
 include(CPack)
