@@ -4,3 +4,9 @@ lanscout_unit_test(logsink_test LIBS lanscout_host_objects)
 lanscout_unit_test(logconfig_test LIBS lanscout_host_objects)
 lanscout_unit_test(zelstring_test LIBS lanscout_host_objects)
 lanscout_unit_test(libxml2setup_test LIBS lanscout_host_objects WRAP xmlInitParser)
+lanscout_unit_test(netgetcard_test LIBS lanscout_host_objects
+  WRAP getifaddrs freeifaddrs if_nametoindex)
+lanscout_unit_test(samesubnet_test LIBS lanscout_host_objects
+  WRAP getifaddrs freeifaddrs if_nametoindex)
+lanscout_unit_test(karnexec_test LIBS lanscout_host_objects
+  WRAP posix_spawn pidfd_open pidfd_send_signal kill)
