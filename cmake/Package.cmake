@@ -39,6 +39,8 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lanscout)
 set(CPACK_PACKAGE_VENDOR "the lanscout developers")
 set(CPACK_PACKAGE_CONTACT ${lanscout_maintainer})
+# Each component has a summary of its own, the first line of its description.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
