@@ -169,7 +169,7 @@ bool LengthHeadersSay(CURL* curl, std::size_t length) {
 
 }  // namespace
 
-struct [[gnu::visibility("hidden")]] ZelNet::ZelHttpClient::Impl {
+struct ZelNet::ZelHttpClient::Impl {
     struct Request {
         std::string strPath, strHost;
         int nPort = 0;
