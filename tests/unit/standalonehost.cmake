@@ -10,3 +10,8 @@ lanscout_unit_test(samesubnet_test LIBS lanscout_host_objects
   WRAP getifaddrs freeifaddrs if_nametoindex)
 lanscout_unit_test(karnexec_test LIBS lanscout_host_objects
   WRAP posix_spawn pidfd_open pidfd_send_signal kill)
+
+# An HTTP server on 127.0.0.1 that tests script byte for byte.
+add_library(scripted_server STATIC scriptedserver.cpp)
+lanscout_compile(scripted_server)
+lanscout_unit_test(httpclient_test LIBS lanscout_host_objects scripted_server)
