@@ -71,17 +71,18 @@ def search(host, address, seconds=1, **options):
 
 class CountedArping:
     """Has searches run arping through a script that notes each run. The script lies over
-    /usr/bin/arping in the search's own mount namespace only, which ip(8) makes for it."""
+    /usr/bin/arping in the search's own mount namespace only, which ip(8) makes for it. Unless
+    `real`, the script sends nothing and succeeds."""
 
-    def __init__(self, network):
+    def __init__(self, network, real=True):
         self._notes = network.folder / "arping-runs"
         self._notes.touch()
-        real = network.folder / "arping-itself"
-        shutil.copy("/usr/bin/arping", real)
+        itself = network.folder / "arping-itself"
+        shutil.copy("/usr/bin/arping", itself)
         script = network.folder / "arping"
-        script.write_text(f'#!/bin/sh\necho "$*" >> {self._notes}\nexec {real} "$@"\n')
-        for path in (real, script):
-            path.chmod(0o755)
+        last = f'exec {itself} "$@"' if real else ""
+        script.write_text(f'#!/bin/sh\necho "$*" >> {self._notes}\n{last}\n')
+        script.chmod(0o755)
         self.prefix = ["sh", "-c", 'mount --bind "$0" /usr/bin/arping && exec "$@"', script]
 
     @property
