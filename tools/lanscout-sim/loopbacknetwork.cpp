@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <net/if.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
@@ -38,19 +39,28 @@ void AllowDescriptors(std::size_t sockets) {
                         sockets, limit.rlim_max));
 }
 
+void CheckLoopbackIsUp() {
+    const lansim::Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ifreq request{};
+    std::strcpy(static_cast<char*>(request.ifr_name), "lo");
+    if (ioctl(fd.Get(), SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_UP) == 0)
+        throw SetupError("the loopback device is down; bring it up with: ip link set lo up");
+}
+
 void JoinOnLoopback(int fd, Ipv4 group) {
     ip_mreqn membership{};
     membership.imr_multiaddr = ToSockaddr({group, 0}).sin_addr;
     membership.imr_ifindex = static_cast<int>(if_nametoindex("lo"));
     if (setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) != 0)
-        throw SetupError(fmt::format("cannot join {} on lo: {}; is lo up (ip link set lo up)?",
-                                     ToText(group), std::strerror(errno)));
+        throw SetupError(
+            fmt::format("cannot join {} on lo: {}", ToText(group), std::strerror(errno)));
 }
 
 }  // namespace
 
 LoopbackNetwork::LoopbackNetwork(const std::vector<Camera>& cameras, Capture* capture)
     : m_capture(capture), m_ready(epoll_create1(EPOLL_CLOEXEC)) {
+    CheckLoopbackIsUp();
     AllowDescriptors(cameras.size());
     Listen({kMulticastGroup, kDiscoveryPort}, true);
     for (const auto& camera : cameras) {

@@ -28,6 +28,7 @@ const std::vector<MisbehaviourName>& MisbehaviourNames() {
         {Duplicate, "duplicate", "each reply is sent three times"},
         {EmptyDatagram, "empty-datagram", "an empty datagram before each reply"},
         {NoArp, "no-arp", "neither asks nor answers ARP"},
+        {QuietArp, "quiet-arp", "answers ARP, but never asks, so that the searcher learns no MAC"},
         {Silent, "silent", "has an address and answers no Probe"},
         {DeviceOnly, "device-only", "is a tds:Device and no video transmitter, as a printer"},
     };

@@ -25,6 +25,7 @@ enum class Misbehaviour {
     Duplicate,
     EmptyDatagram,
     NoArp,
+    QuietArp,
     Silent,
     DeviceOnly,
 };

@@ -80,43 +80,59 @@ struct Raw {
 
 void Declare(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--mode", raw.mode,
-                   "auto: namespace where it may, else loopback, saying which and why")
-        ->check(CLI::IsMember({"auto", "namespace", "loopback"}))
-        ->capture_default_str();
+                   "auto, namespace or loopback; auto is namespace where it may, else loopback")
+        ->check(CLI::IsMember({"auto", "namespace", "loopback"}).description(""))
+        ->capture_default_str()
+        ->type_name("MODE");
     app.add_option("--cameras", options.cameras,
-                   "number of generated cameras (40, or none with --scenario)");
+                   "number of generated cameras (40, or none with --scenario)")
+        ->type_name("N");
     app.add_option("--seed", options.seed, "the same seed makes the same run")
-        ->capture_default_str();
-    app.add_option("--scenario", options.scenarioFile, "named cameras from a JSON file");
+        ->capture_default_str()
+        ->type_name("S");
+    app.add_option("--scenario", options.scenarioFile, "named cameras from a JSON file")
+        ->type_name("FILE");
     app.add_option("--misbehave", raw.shares,
                    "a share of the generated cameras misbehaves, as in not-xml=10%; repeatable")
         ->check(CheckShare)
-        ->allow_extra_args(false);
+        ->allow_extra_args(false)
+        ->type_name("KIND=SHARE");
     app.add_option("--loss", raw.loss, "per cent of Probes and of replies lost")
-        ->check(CLI::Range(0.0, 100.0));
+        ->check(CLI::Range(0.0, 100.0).description(""))
+        ->type_name("PERCENT");
     app.add_option("--probe-loss", options.probeLossPercent, "per cent of Probes lost")
-        ->check(CLI::Range(0.0, 100.0));
+        ->check(CLI::Range(0.0, 100.0).description(""))
+        ->type_name("PERCENT");
     app.add_option("--reply-loss", options.replyLossPercent, "per cent of replies lost")
-        ->check(CLI::Range(0.0, 100.0));
+        ->check(CLI::Range(0.0, 100.0).description(""))
+        ->type_name("PERCENT");
     app.add_option("--max-delay,--burst", raw.maxDelay,
                    "milliseconds within which a Probe is answered")
-        ->check(CLI::Range(0, 60000))
-        ->capture_default_str();
+        ->check(CLI::Range(0, 60000).description(""))
+        ->capture_default_str()
+        ->type_name("MS");
     app.add_option("--netns", options.netns, "name of the namespace, as for ip netns")
-        ->check(CheckNamespaceName);
+        ->check(CheckNamespaceName)
+        ->type_name("NAME");
     app.add_option("--network", raw.network,
                    "the searcher's address and the network (10.99.0.1/16; loopback mode: "
                    "127.77.0.1/16)")
-        ->check(CheckNetwork);
+        ->check(CheckNetwork)
+        ->type_name("ADDRESS/BITS");
     app.add_option("--tap", options.tap, "name of the searcher's device in the namespace")
         ->check(CheckDeviceName)
-        ->capture_default_str();
-    app.add_option("--capture", options.captureFile, "write all that passed to a pcap file");
-    app.add_option("--stats", options.statsFile, "write counts as JSON at the end; - is stdout");
+        ->capture_default_str()
+        ->type_name("NAME");
+    app.add_option("--capture", options.captureFile, "write all that passed to a pcap file")
+        ->type_name("FILE");
+    app.add_option("--stats", options.statsFile, "write counts as JSON at the end; - is stdout")
+        ->type_name("FILE");
     app.add_option("--devices", options.devicesFile,
-                   "write the list of devices as JSON before the ready line; - is stdout");
+                   "write the list of devices as JSON before the ready line; - is stdout")
+        ->type_name("FILE");
     app.add_option("--seconds", raw.seconds, "end after so many seconds")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(0.001, 1e6).description(""))
+        ->type_name("N");
 }
 
 void Complete(const CLI::App& app, Options& options, const Raw& raw) {

@@ -48,7 +48,8 @@ void Responder::Ask(std::size_t index, const std::shared_ptr<const Probe>& probe
     ++camera.probesSeen;
     if (camera.Does(Misbehaviour::Silent) || !Matches(*probe, camera))
         return;
-    const Reply reply{now + Delay(), 0, index, probe, from, false};
+    const auto answer = std::make_shared<Answer>(Answer{index, probe, {}});
+    const Reply reply{now + Delay(), 0, answer, from, false};
     if (camera.Does(Misbehaviour::EmptyDatagram)) {
         Reply empty = reply;
         empty.isEmpty = true;
@@ -82,8 +83,9 @@ void Responder::SendDue(TimePoint now, Network& network) {
 }
 
 void Responder::Deliver(Reply reply, TimePoint now, Network& network) {
-    Camera& camera = m_cameras[reply.camera];
-    switch (network.Send({{camera.ip, kDiscoveryPort}, reply.to, Payload(camera, reply)})) {
+    Camera& camera = m_cameras[reply.answer->camera];
+    const std::string text = reply.isEmpty ? "" : TextOf(*reply.answer);
+    switch (network.Send({{camera.ip, kDiscoveryPort}, reply.to, text})) {
         case SendResult::Sent:
             ++m_counts.repliesSent;
             ++camera.repliesSent;
@@ -99,11 +101,14 @@ void Responder::Deliver(Reply reply, TimePoint now, Network& network) {
     }
 }
 
-std::string Responder::Payload(Camera& camera, const Reply& reply) {
-    if (reply.isEmpty)
-        return {};
-    return BuildReply(camera, *reply.probe,
-                      {"urn:uuid:" + RandomUuid(m_random), kInstanceId, ++camera.messageNumber});
+const std::string& Responder::TextOf(Answer& answer) {
+    if (answer.text.empty()) {
+        Camera& camera = m_cameras[answer.camera];
+        answer.text =
+            BuildReply(camera, *answer.probe,
+                       {"urn:uuid:" + RandomUuid(m_random), kInstanceId, ++camera.messageNumber});
+    }
+    return answer.text;
 }
 
 // Not std::uniform_*_distribution: what those draw differs from one standard library to another,

@@ -50,11 +50,17 @@ public:
     const ResponderCounts& Counts() const { return m_counts; }
 
 private:
+    // What a camera says to one Probe: written when it is first sent, and the same in each copy.
+    struct Answer {
+        std::size_t camera = 0;
+        std::shared_ptr<const Probe> probe;
+        std::string text;
+    };
+
     struct Reply {
         TimePoint due;
         std::uint64_t order = 0;  // replies due at once leave in the order they were made
-        std::size_t camera = 0;
-        std::shared_ptr<const Probe> probe;
+        std::shared_ptr<Answer> answer;
         Endpoint to;
         bool isEmpty = false;
 
@@ -67,7 +73,7 @@ private:
              TimePoint now);
     void Schedule(Reply reply);
     void Deliver(Reply reply, TimePoint now, Network& network);
-    std::string Payload(Camera& camera, const Reply& reply);
+    const std::string& TextOf(Answer& answer);
     bool Chance(double probability);
     std::chrono::microseconds Delay();
 

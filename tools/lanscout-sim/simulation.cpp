@@ -38,6 +38,15 @@ Descriptor MakeSignalDescriptor() {
     return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
+// A scenario written for namespace mode serves on loopback too: each camera keeps its number in
+// the network.
+void MoveInto(const Subnet& subnet, std::vector<Camera>& cameras) {
+    for (auto& camera : cameras) {
+        if (camera.ip != Ipv4{})
+            camera.ip.value = subnet.Network().value | (camera.ip.value & ~subnet.Mask().value);
+    }
+}
+
 class Simulation {
 public:
     explicit Simulation(const Options& options)
@@ -70,13 +79,14 @@ private:
     void MakeNetwork() {
         if (m_options.mode == Mode::Loopback)
             return MakeLoopback();
-        if (m_options.mode == Mode::Namespace)
-            return MakeNamespace();
+        Populate(kNamespaceNetwork, kNamespaceFirstHost);
         try {
             MakeNamespace();
         } catch (const SetupError& error) {
             m_network.reset();
             m_namespace.reset();
+            if (m_options.mode == Mode::Namespace)
+                throw;
             fmt::print(stderr, "lanscout-sim: loopback mode, for namespace mode may not be: {}\n",
                        error.what());
             MakeLoopback();
@@ -84,7 +94,6 @@ private:
     }
 
     void MakeNamespace() {
-        Populate(kNamespaceNetwork, kNamespaceFirstHost);
         m_namespace = std::make_unique<NetworkNamespace>(m_options.netns);
         auto network =
             std::make_unique<TapNetwork>(m_options.tap, m_subnet, m_cameras, m_capture.get());
@@ -93,12 +102,14 @@ private:
     }
 
     void MakeLoopback() {
-        Populate(kLoopbackNetwork, kLoopbackFirstHost);
-        if (m_subnet.address.value >> 24 != 127)
+        const Subnet subnet = m_options.network.value_or(kLoopbackNetwork);
+        if (subnet.address.value >> 24 != 127)
             throw SetupError(
                 fmt::format("{} is not in 127.0.0.0/8, where loopback mode lives; "
                             "leave --network out or give one as 127.77.0.1/16",
-                            ToText(m_subnet)));
+                            ToText(subnet)));
+        MoveInto(subnet, m_scenario.cameras);
+        Populate(kLoopbackNetwork, kLoopbackFirstHost);
         m_network = std::make_unique<LoopbackNetwork>(m_cameras, m_capture.get());
     }
 

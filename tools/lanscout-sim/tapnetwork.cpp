@@ -20,8 +20,11 @@ struct Overloaded : Ts... {
 TapNetwork::TapNetwork(const std::string& device, const Subnet& searcher,
                        const std::vector<Camera>& cameras, Capture* capture)
     : m_tap(MakeTap(device, searcher)), m_capture(capture) {
-    for (const auto& camera : cameras)
-        m_devices[camera.ip] = {camera.mac, !camera.Does(Misbehaviour::NoArp), {}};
+    for (const auto& camera : cameras) {
+        const bool answers = !camera.Does(Misbehaviour::NoArp);
+        m_devices[camera.ip] = {
+            camera.mac, answers, answers && !camera.Does(Misbehaviour::QuietArp), {}};
+    }
     m_peers[searcher.address] = m_tap.mac;
 }
 
@@ -48,7 +51,7 @@ void TapNetwork::Handle(std::string_view frame, const DatagramHandler& handler) 
 void TapNetwork::Handle(const ArpRequest& request) {
     ++m_counts.arpRequestsHeard;
     const auto found = m_devices.find(request.target);
-    if (found == m_devices.end() || !found->second.doesArp)
+    if (found == m_devices.end() || !found->second.answersArp)
         return;
     const Host device{request.target, found->second.mac};
     if (Write(ArpReplyFrame(device, {request.senderIp, request.senderMac})) == SendResult::Sent)
@@ -89,7 +92,7 @@ SendResult TapNetwork::Send(const Datagram& datagram) {
 // the searcher's kernel learn the device's own MAC, which is why real cameras are found with
 // theirs. The reply follows at once: the frame that carried the Probe told the answer.
 SendResult TapNetwork::AskForMac(Device& device, Ipv4 own, Ipv4 peer) {
-    if (!device.doesArp || device.asked.contains(peer))
+    if (!device.asksArp || device.asked.contains(peer))
         return SendResult::Sent;
     const auto sent = Write(ArpRequestFrame({own, device.mac}, peer));
     if (sent == SendResult::Sent) {

@@ -36,7 +36,8 @@ public:
 private:
     struct Device {
         Mac mac{};
-        bool doesArp = true;
+        bool answersArp = true;
+        bool asksArp = true;
         std::set<Ipv4> asked;  // whose MAC it has asked for
     };
 
