@@ -1,0 +1,67 @@
+# Tests of log/, utils/wsdiscoverybase and utils/xmlguard.
+
+# The search as the bounded build has it, so that one run of the tests sees both builds.
+add_library(lanscout_objects_bounded OBJECT
+  ${PROJECT_SOURCE_DIR}/utils/probematch.cpp
+  ${PROJECT_SOURCE_DIR}/utils/wsdiscoverybase.cpp
+  ${PROJECT_SOURCE_DIR}/utils/xmlguard.cpp)
+lanscout_compile(lanscout_objects_bounded)
+target_compile_definitions(lanscout_objects_bounded PRIVATE LANSCOUT_BOUNDED=1)
+target_link_libraries(lanscout_objects_bounded PUBLIC PkgConfig::LIBXML2 Threads::Threads)
+
+add_library(lanscout_objects_unbounded OBJECT
+  ${PROJECT_SOURCE_DIR}/utils/probematch.cpp
+  ${PROJECT_SOURCE_DIR}/utils/wsdiscoverybase.cpp
+  ${PROJECT_SOURCE_DIR}/utils/xmlguard.cpp)
+lanscout_compile(lanscout_objects_unbounded)
+target_compile_definitions(lanscout_objects_unbounded PRIVATE LANSCOUT_BOUNDED=0)
+target_link_libraries(lanscout_objects_unbounded PUBLIC PkgConfig::LIBXML2 Threads::Threads)
+
+# The system calls (fakesystem) and libxml2's functions (fakexml) that tests answer or refuse.
+add_library(fake_system STATIC fakesystem.cpp scriptednetwork.cpp)
+lanscout_compile(fake_system)
+set(fake_system_wrap socket close bind setsockopt sendto recvfrom ioctl inet_aton pthread_create
+  pthread_join pthread_mutex_lock pthread_mutex_unlock pthread_mutex_destroy time gettimeofday
+  getpid rand srand clock_gettime clock_nanosleep)
+add_library(fake_xml STATIC fakexml.cpp)
+lanscout_compile(fake_xml)
+target_link_libraries(fake_xml PUBLIC PkgConfig::LIBXML2)
+set(fake_xml_wrap xmlParseMemory xmlFreeDoc xmlDocGetRootElement xmlCreateMemoryParserCtxt
+  xmlXPathNewContext xmlXPathFreeContext xmlXPathRegisterNs xmlXPathEvalExpression
+  xmlXPathFreeObject xmlNodeGetContent)
+
+# lanscout_search_test(NAME [LIBS ...] [WRAP function...]): NAME against the default build and, as
+# NAME_bounded, against the bounded one. LANSCOUT_BOUNDED tells the test which one it has.
+function(lanscout_search_test name)
+  cmake_parse_arguments(arg "" "" "LIBS;WRAP" ${ARGN})
+  foreach(bounded IN ITEMS 0 1)
+    set(target ${name})
+    set(objects lanscout_objects_unbounded)
+    set(prefix unit.)
+    if(bounded)
+      set(target ${name}_bounded)
+      set(objects lanscout_objects_bounded)
+      set(prefix unit.bounded.)
+    endif()
+    add_executable(${target} ${name}.cpp)
+    lanscout_compile(${target})
+    target_compile_definitions(${target} PRIVATE LANSCOUT_BOUNDED=${bounded})
+    target_link_libraries(${target} PRIVATE ${objects} ${arg_LIBS} recording_host GTest::gmock_main)
+    foreach(function IN LISTS arg_WRAP)
+      target_link_options(${target} PRIVATE LINKER:--wrap=${function})
+    endforeach()
+    gtest_discover_tests(${target} TEST_PREFIX ${prefix} PROPERTIES LABELS unit TIMEOUT 60)
+  endforeach()
+endfunction()
+
+lanscout_unit_test(loggate_test LIBS recording_host fake_system WRAP ${fake_system_wrap})
+add_library(enum2string_other SHARED enum2stringother.cpp)
+lanscout_compile(enum2string_other)
+lanscout_unit_test(enum2string_test LIBS enum2string_other)
+lanscout_unit_test(searchobject_test LIBS lanscout_objects_unbounded recording_host fake_system WRAP ${fake_system_wrap})
+lanscout_unit_test(probemessage_test LIBS lanscout_objects_unbounded recording_host fake_system
+                   WRAP ${fake_system_wrap})
+lanscout_search_test(multicastsocket_test LIBS fake_system WRAP ${fake_system_wrap})
+lanscout_search_test(probematch_test LIBS fake_xml WRAP ${fake_xml_wrap})
+lanscout_unit_test(maclookup_test LIBS lanscout_objects_unbounded recording_host fake_system
+                   WRAP ${fake_system_wrap})
