@@ -12,11 +12,6 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 extern "C" [[gnu::weak]] int LLVMFuzzerInitialize(int* argc, char*** argv);
 
-// The default build keeps parsed replies by design. Asked by LeakSanitizer where it is linked.
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:WSDiscoveryBase::ParseProbeMatchMessage\n";
-}
-
 namespace {
 
 std::vector<std::filesystem::path> FilesIn(const std::filesystem::path& path) {

@@ -1,0 +1,65 @@
+// What the tool reads of XML from the network: a description document and a reply's Types.
+//
+// Input: the Location up to the first line feed, the document behind it.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "fuzz/check.h"
+#include "tools/lanscout/description.h"
+#include "tools/lanscout/safetext.h"
+#include "tools/lanscout/typeprobe.h"
+
+namespace {
+
+using LanscoutTool::Charset;
+using LanscoutTool::Device;
+
+bool IsHarmless(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](unsigned char character) {
+        return character >= 0x20 && character < 0x7F;
+    });
+}
+
+void CheckText(const std::string& text) {
+    Check(text.size() <= LanscoutTool::kLongestKeptBytes, "kept text is short");
+    Check(LanscoutTool::ToValidUtf8(text) == text, "kept text is UTF-8");
+    Check(IsHarmless(LanscoutTool::ForDisplay(text, Charset::Ascii)), "shown text is ASCII");
+    const std::string shown = LanscoutTool::ForDisplay(text, Charset::Utf8);
+    Check(std::none_of(shown.begin(), shown.end(),
+                       [](unsigned char c) { return c < 0x20 || c == 0x7F; }) &&
+              shown.find("\xC2\x9B") == std::string::npos,
+          "shown text has no control characters");
+    Check(LanscoutTool::DisplayWidth(LanscoutTool::FitWidth(text, 20)) == 20,
+          "a column has its width");
+}
+
+void CheckDevice(const Device& device) {
+    for (const std::string* text : {&device.name, &device.maker, &device.model, &device.deviceType,
+                                    &device.udn, &device.hardware}) {
+        CheckText(*text);
+    }
+    Check(device.page.empty() || device.page.starts_with("http://") ||
+              device.page.starts_with("https://"),
+          "a page is an http or https URL");
+    Check(std::none_of(device.page.begin(), device.page.end(),
+                       [](unsigned char c) { return c <= 0x20 || c == 0x7F; }),
+          "a page has no spaces or control characters");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view input(reinterpret_cast<const char*>(data), size);
+    const std::size_t split = std::min(input.find('\n'), input.size());
+    const std::string location(input.substr(0, split));
+    const std::string_view xml = input.substr(std::min(split + 1, input.size()));
+    if (const auto device = LanscoutTool::ReadDescription(xml, location)) {
+        CheckDevice(*device);
+    }
+    LanscoutTool::KindOfReply(xml);
+    CheckText(LanscoutTool::ToKeptText(input));
+    return 0;
+}
