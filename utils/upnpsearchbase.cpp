@@ -243,7 +243,8 @@ int UpnpSearchBase::ParseUrl(std::string strUrl, std::string& strHost, int& port
     if (strUrl.compare(0, kHttpSchemeLength, kHttpScheme) != 0) {
         return -1;
     }
-    const std::string rest = Trim(strUrl.substr(kHttpSchemeLength), "/");
+    strUrl.erase(0, kHttpSchemeLength);
+    const std::string rest = Trim(strUrl, "/");
     const std::size_t colon = rest.find(':');
     if (colon == std::string::npos) {
         strHost = rest;

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <barrier>
+#include <climits>
+#include <latch>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -22,6 +24,18 @@ using ::testing::Pair;
 using ::testing::SizeIs;
 
 constexpr const char* kLocation = "http://192.168.1.20/desc.xml";
+
+// Runs body(0) to body(count - 1) on a thread each, and waits for them.
+template <typename Body>
+void OnThreads(int count, const Body& body) {
+    std::vector<std::thread> threads(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        threads[static_cast<std::size_t>(i)] = std::thread([&body, i] { body(i); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
 
 class UpnpCallback : public ::testing::Test {
 protected:
@@ -197,30 +211,18 @@ TEST_F(UpnpCallback, DerivedOperationRunsOnSeveralThreadsAtOnce) {
     constexpr int kThreads = 4;
     std::barrier<> inside(kThreads);
     m_finder.m_during = [&](const std::string&, const char*) { inside.arrive_and_wait(); };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([this, i] { HandleResult("http://h/" + std::to_string(i)); });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(kThreads, [this](int i) { HandleResult("http://h/" + std::to_string(i)); });
     EXPECT_THAT(m_finder.Found(), SizeIs(kThreads));
 }
 
 TEST_F(UpnpCallback, ThreadsThatSeeTheSameLocationsReportEachOnce) {
     constexpr int kThreads = 4;
     constexpr int kLocations = 100;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([this] {
-            for (int location = 0; location < kLocations; ++location) {
-                HandleResult("http://h/" + std::to_string(location));
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreads(kThreads, [this](int) {
+        for (int location = 0; location < kLocations; ++location) {
+            HandleResult("http://h/" + std::to_string(location));
+        }
+    });
     EXPECT_THAT(m_finder.Found(), SizeIs(kLocations));
     EXPECT_THAT(RecordingHost::HttpUses(), SizeIs(kLocations));
 }
@@ -228,23 +230,26 @@ TEST_F(UpnpCallback, ThreadsThatSeeTheSameLocationsReportEachOnce) {
 // Events and polls go on while the search is stopped, as libupnp's threads do until UpnpFinish
 // returns.
 TEST_F(UpnpCallback, StopWhileEventsArriveLeavesNoneBehind) {
+    m_finder.m_searchTime = INT_MAX;
     std::atomic<bool> finished{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&, i] {
+    std::latch started(3);
+    std::thread workers([&] {
+        OnThreads(3, [&](int i) {
             for (int event = 0; !finished; ++event) {
                 HandleResult("http://h/" + std::to_string(i) + "/" + std::to_string(event));
                 Handle(7, nullptr);
                 m_finder.IsRunning();
+                if (event == 20) {
+                    started.count_down();
+                }
             }
         });
-    }
+    });
     UpnpFake::SetDuring("UpnpFinish", [&] {
         finished = true;
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        workers.join();
     });
+    started.wait();
     EXPECT_EQ(m_finder.StopSearch(), 0);
     UpnpFake::SetDuring("UpnpFinish", nullptr);
     EXPECT_FALSE(m_finder.IsRunning());

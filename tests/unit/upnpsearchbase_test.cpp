@@ -76,7 +76,7 @@ protected:
     // The calls since the last time.
     std::vector<std::string> NewCalls() {
         const std::vector<std::string> calls = UpnpFake::Calls();
-        const std::vector<std::string> news(calls.begin() + m_callsSeen, calls.end());
+        std::vector<std::string> news(calls.begin() + m_callsSeen, calls.end());
         m_callsSeen += static_cast<std::ptrdiff_t>(news.size());
         return news;
     }
