@@ -36,18 +36,6 @@ std::string SearchedText(const Report& report) {
     return fmt::format("{}", fmt::join(places, ", "));
 }
 
-std::string SummaryText(const Report& report) {
-    const auto cameras = std::count_if(report.devices.begin(), report.devices.end(),
-                                       [](const Device& one) { return one.kind == Kind::Camera; });
-    std::string text =
-        report.devices.empty() ? "No device answered" : Counted(report.devices.size(), "device");
-    if (cameras > 0) {
-        text += fmt::format(" ({})", Counted(static_cast<std::size_t>(cameras), "camera"));
-    }
-    text += fmt::format(" on {} in {:.1f} s", SearchedText(report), report.seconds);
-    return report.WasInterrupted() ? text + ", interrupted" : text;
-}
-
 class TableReporter : public Reporter {
 public:
     using Reporter::Reporter;
@@ -170,6 +158,12 @@ public:
     }
 };
 
+class ProgressReporter : public Reporter {
+public:
+    using Reporter::Reporter;
+    void End(const Report& /*report*/) override {}
+};
+
 class CsvReporter : public Reporter {
 public:
     using Reporter::Reporter;
@@ -197,6 +191,22 @@ void Reporter::OnProgress(const DeviceTable& table, const Progress& progress) {
     std::vector<std::string> lines = BlockLines(table, m_console.DrawHeight() - 1);
     lines.push_back(ProgressLine(progress, table.Devices().size(), m_console.DrawWidth()));
     m_console.Draw(lines);
+}
+
+std::string SummaryText(const Report& report) {
+    const auto cameras = std::count_if(report.devices.begin(), report.devices.end(),
+                                       [](const Device& one) { return one.kind == Kind::Camera; });
+    std::string text =
+        report.devices.empty() ? "No device answered" : Counted(report.devices.size(), "device");
+    if (cameras > 0) {
+        text += fmt::format(" ({})", Counted(static_cast<std::size_t>(cameras), "camera"));
+    }
+    text += fmt::format(" on {} in {:.1f} s", SearchedText(report), report.seconds);
+    return report.WasInterrupted() ? text + ", interrupted" : text;
+}
+
+std::unique_ptr<Reporter> MakeProgressReporter(const Options& options, Console& console) {
+    return std::make_unique<ProgressReporter>(options, console);
 }
 
 std::unique_ptr<Reporter> MakeReporter(const Options& options, Console& console) {

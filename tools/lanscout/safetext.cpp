@@ -6,6 +6,7 @@
 #include <unistr.h>
 #include <uniwidth.h>
 
+#include <charconv>
 #include <cstdint>
 #include <iterator>
 
@@ -80,6 +81,22 @@ std::string ToKeptText(std::string_view bytes) {
     }
     text.resize(end);
     return text;
+}
+
+std::string DecodePercent(std::string_view text) {
+    std::string decoded;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        unsigned int byte = 0;
+        const char* const digits = text.data() + at + 1;
+        if (text[at] == '%' && text.size() - at > 2 &&
+            std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
+            decoded += static_cast<char>(byte);
+            at += 2;
+        } else {
+            decoded += text[at];
+        }
+    }
+    return decoded;
 }
 
 std::string ForDisplay(std::string_view text, Charset charset) {

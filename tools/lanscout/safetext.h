@@ -18,6 +18,9 @@ std::string ToValidUtf8(std::string_view bytes);
 // The same without white space at both ends and cut, at a character, to kLongestKeptBytes.
 std::string ToKeptText(std::string_view bytes);
 
+// RFC 3986 percent-encoding undone; what is none stays.
+std::string DecodePercent(std::string_view text);
+
 // Text that moves no cursor, starts no escape sequence and turns no direction: control and format
 // characters, line separators and unassigned ones become \x1b or \u{202e}, a backslash is doubled.
 // With Charset::Ascii so does everything outside ASCII.

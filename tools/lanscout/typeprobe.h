@@ -1,0 +1,48 @@
+// Asks what the devices are, beside the search, which does not keep the Types of their replies.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "tools/lanscout/device.h"
+#include "utils/wsdiscoverybase.h"
+
+namespace LanscoutTool {
+
+// What a ProbeMatches reply says of its sender: Camera when its Types name ONVIF's
+// NetworkVideoTransmitter; Other when they name something and neither that nor ONVIF's general
+// device, such as a printer; Unknown otherwise.
+Kind KindOfReply(std::string_view reply);
+
+// Sends the library's own Probes from sockets of its own, so that the replies come here. For one
+// thread.
+class TypeProbe : public WSDiscoveryBase {
+public:
+    explicit TypeProbe(const std::string& address);
+    ~TypeProbe();
+    TypeProbe(const TypeProbe&) = delete;
+    TypeProbe& operator=(const TypeProbe&) = delete;
+
+    // Sends one Probe of each type.
+    void Ask();
+
+    // Takes the replies that arrive within that time; returns the senders whose kind is new.
+    std::vector<std::string> Listen(std::chrono::milliseconds time);
+
+    Kind KindOf(const std::string& ip) const;
+
+private:
+    // A network has thousands of devices; a flood of forged replies has more.
+    static constexpr std::size_t kMostSenders = 65536;
+
+    void TakeReplies(int fd, std::vector<std::string>& senders);
+
+    std::array<int, 2> m_sockets;  // replies to the one type do not crowd out those to the other
+    std::unordered_map<std::string, Kind> m_kinds;
+};
+
+}  // namespace LanscoutTool
