@@ -16,6 +16,7 @@ namespace {
 struct State {
     std::mutex mutex;
     std::vector<LogLine> log;
+    std::function<void(const LogLine&)> logHook;
     NetAsk net;
     std::vector<std::string> netAsked;
     int execlResult = 0;
@@ -49,6 +50,7 @@ auto Locked(Function function) {
 void Reset() {
     Locked([](State& state) {
         state.log.clear();
+        state.logHook = nullptr;
         state.net = NetAsk();
         state.netAsked.clear();
         state.execlResult = 0;
@@ -82,6 +84,10 @@ std::vector<std::string> LogMessages() {
         messages.push_back(line.message);
     }
     return messages;
+}
+
+void SetLogHook(std::function<void(const LogLine&)> hook) {
+    Locked([&](State& state) { state.logHook = std::move(hook); });
 }
 
 void SetNetAnswer(const NetAsk& answer) {
@@ -155,9 +161,15 @@ void ZelPrintf(LOG_TYPE type, const char* category, const char* level, const cha
     va_start(arguments, format);
     vsnprintf(message, sizeof(message), format, arguments);
     va_end(arguments);
-    Locked([&](State& state) {
-        state.log.push_back({type, category, level, file, line, function, format, message});
+    const RecordingHost::LogLine entry{type, category, level,  file,
+                                       line, function, format, message};
+    const auto hook = Locked([&](State& state) {
+        state.log.push_back(entry);
+        return state.logHook;
     });
+    if (hook) {
+        hook(entry);
+    }
 }
 
 int SDKFuncData::NetGetCard1(const std::string& strIp, _tag_NETINFO_& info) {

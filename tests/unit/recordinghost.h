@@ -45,6 +45,9 @@ void SetLogLevel(int level);
 std::vector<LogLine> LogLines();
 std::vector<std::string> LogMessages();
 
+// Runs inside every further ZelPrintf, on its thread.
+void SetLogHook(std::function<void(const LogLine&)> hook);
+
 // NetGetCard1
 struct NetAsk {
     int result = 1;

@@ -31,6 +31,9 @@ public:
     // The neighbours that the kernel knows; others give ENXIO.
     void Neighbour(const std::string& ip, const std::string& mac6);
 
+    // The next socket is a search's again, not the MAC address lookup's.
+    void Reopen() { m_bOpened = false; }
+
     void FailSocket(int number) { m_socketError = number; }
     void FailBind(int number) { m_bindError = number; }
     void FailSend(int which, int number);  // the send number `which`, counted from 0

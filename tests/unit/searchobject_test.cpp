@@ -195,14 +195,14 @@ TEST_F(SearchObject, StopWithoutSearchReturnsAtOnce) {
 }
 
 TEST_F(SearchObject, StopJoinsOnceAndLeavesRunningFlag) {
-    OpenSearch search("192.168.1.2", 5);
     std::vector<pthread_t> joined;
+    int locks = 0;
+    OpenSearch search("192.168.1.2", 5);
     FakeSystem::Current().pthreadJoin = [&joined](pthread_t thread, void** result) {
         joined.push_back(thread);
         EXPECT_EQ(result, nullptr);
         return 3;  // whatever join says
     };
-    int locks = 0;
     search.m_thread = 77;
     search.m_bRunning = true;
     FakeSystem::Current().mutexSeen = [&](const char*, pthread_mutex_t* mutex) {
@@ -217,9 +217,9 @@ TEST_F(SearchObject, StopJoinsOnceAndLeavesRunningFlag) {
 }
 
 TEST_F(SearchObject, QueriesHoldTheLockOnceAndReleaseIt) {
+    std::vector<std::string> seen;
     OpenSearch search("192.168.1.2", 5);
     search.AppendCam("192.168.1.20", "80", "", "N/A");
-    std::vector<std::string> seen;
     FakeSystem::Current().mutexSeen = [&](const char* what, pthread_mutex_t* mutex) {
         if (mutex == &search.m_mutex) {
             seen.emplace_back(what);
