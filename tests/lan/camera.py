@@ -59,6 +59,7 @@ class Responder:
 
     def __init__(self, namespace, device, addresses, answer, bits=24):
         self.addresses = list(addresses)
+        self._namespace, self._device = namespace, device
         self.probes = []  # payloads, once each
         self.answered = 0  # datagrams sent
         self._answer = answer
@@ -88,6 +89,14 @@ class Responder:
         self._thread.join(10)
         for end in [self._stop_out, self._listener, *self._senders.values()]:
             end.close()
+
+    def introduce_to(self, searcher, device="eth0"):
+        """Gives the searcher permanent neighbour entries for these cameras. They share a kernel,
+        which asks for the searcher's address once and not once a camera."""
+        mac = self._namespace.mac(self._device)
+        searcher.batch([f"neighbour replace {address} lladdr {mac} dev {device} nud permanent"
+                        for address in self.addresses])
+        return self
 
     def _serve(self):
         while True:

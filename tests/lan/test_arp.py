@@ -75,9 +75,8 @@ def test_camera_that_never_answers_arp_costs_three_seconds_and_no_other_camera(n
     knows_the_searcher(hosts)
     answers_no_arp(hosts)
     others = [f"10.1.0.{number}" for number in range(3, 23)]
-    for address in others:
-        hosts[0].ip("neighbour", "replace", address, "lladdr", hosts[1].mac("eth0"), "dev", "eth0",
-                    "nud", "permanent")
+    with Responder(hosts[1], "eth0", others, lambda probe: []) as responder:
+        responder.introduce_to(hosts[0])
     result, runs = search_counted(network, hosts, (CAMERA, *others), 4)
     cameras = result.by_address
     assert cameras[CAMERA]["mac"] == "N/A"
