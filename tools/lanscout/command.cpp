@@ -125,6 +125,7 @@ public:
     void OnLibraryLine(int level, std::string_view line) override {
         m_reporter.OnLibraryLine(level, line);
     }
+    void OnResumed() override { m_reporter.OnResumed(); }
     void OnProgress(const DeviceTable& table, const Progress& progress) override {
         m_reporter.OnProgress(table, progress);
     }

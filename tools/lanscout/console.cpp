@@ -61,6 +61,15 @@ int VisibleWidth(std::string_view line) {
     return DisplayWidth(text);
 }
 
+// Clears that many rows from the cursor's on, and returns to the first.
+std::string ClearRows(std::size_t rows) {
+    std::string text;
+    for (std::size_t i = 0; i < rows; ++i) {
+        text += "\x1b[2K\n";
+    }
+    return text + fmt::format("\x1b[{}A", rows);
+}
+
 }  // namespace
 
 Console::Console(const Options& options)
@@ -103,36 +112,47 @@ void Console::Say(std::string_view line) {
     WriteAll(STDERR_FILENO, std::string(line) + "\n");
 }
 
+// Line by line, never by clearing from the top of the screen: some terminals put what is cleared
+// that way into their history, a copy for every frame.
 void Console::Draw(const std::vector<std::string>& lines) {
     if (!CanDraw()) {
         return;
     }
-    std::string frame = EraseSequence();
-    m_drawnWidths.clear();
-    for (const std::string& line : lines) {
-        frame += line + "\n";
-        m_drawnWidths.push_back(VisibleWidth(line));
+    const int columns = SizeOf(m_drawFd).ws_col;
+    if (columns != m_drawnColumns) {
+        Erase();
+    } else if (lines == m_drawn) {
+        return;
     }
+    std::string frame = m_drawn.empty() ? "" : fmt::format("\x1b[{}A\r", m_drawn.size());
+    for (const std::string& line : lines) {
+        frame += line + "\x1b[K\n";
+    }
+    if (lines.size() < m_drawn.size()) {
+        frame += ClearRows(m_drawn.size() - lines.size());
+    }
+    m_drawn = lines;
+    m_drawnColumns = columns;
     WriteAll(m_drawFd, frame);
 }
 
-// A terminal that was made narrower has broken the block's lines, so that there are more of them.
-std::string Console::EraseSequence() const {
-    if (m_drawnWidths.empty()) {
-        return {};
-    }
+// A terminal that was made narrower has broken the block's lines, so that there are more of them;
+// what has left its upper end is out of reach.
+int Console::DrawnRows() const {
     const winsize size = SizeOf(m_drawFd);
     int rows = 0;
-    for (const int width : m_drawnWidths) {
-        rows += std::max(1, (width + size.ws_col - 1) / size.ws_col);
+    for (const std::string& line : m_drawn) {
+        rows += std::max(1, (VisibleWidth(line) + size.ws_col - 1) / size.ws_col);
     }
-    return fmt::format("\x1b[{}A\r\x1b[J", std::min<int>(rows, size.ws_row - 1));
+    return std::min<int>(rows, size.ws_row - 1);
 }
 
 void Console::Erase() {
-    if (!m_drawnWidths.empty()) {
-        WriteAll(m_drawFd, EraseSequence());
-        m_drawnWidths.clear();
+    if (!m_drawn.empty()) {
+        const int rows = DrawnRows();
+        WriteAll(m_drawFd,
+                 fmt::format("\x1b[{}A\r", rows) + ClearRows(static_cast<std::size_t>(rows)));
+        m_drawn.clear();
     }
 }
 

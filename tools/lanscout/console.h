@@ -46,18 +46,22 @@ public:
     // Removes the block.
     void Erase();
 
+    // Something else was written below the block, which therefore stays where it is.
+    void Forget() { m_drawn.clear(); }
+
     // An errno value when standard output could not be written, else 0.
     int OutputError() const { return m_outputError; }
 
 private:
-    std::string EraseSequence() const;
+    int DrawnRows() const;
 
     bool m_outputIsTerminal;
     int m_drawFd = -1;
     bool m_colour = false;
     Charset m_charset;
     int m_outputError = 0;
-    std::vector<int> m_drawnWidths;  // of the block's lines
+    std::vector<std::string> m_drawn;  // the block's lines
+    int m_drawnColumns = 0;            // of the terminal when they were drawn
 };
 
 }  // namespace LanscoutTool

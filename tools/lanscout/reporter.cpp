@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include "host/zellog.h"
 #include "tools/lanscout/columns.h"
@@ -40,6 +41,10 @@ class TableReporter : public Reporter {
 public:
     using Reporter::Reporter;
 
+    void OnFound(const DeviceTable& /*table*/, DeviceTable::Result /*result*/) override {
+        m_changed = true;
+    }
+
     void End(const Report& report) override {
         if (!report.devices.empty()) {
             m_console.Output(Joined(LayOutTable(report.devices, Style(m_console.OutputWidth()))));
@@ -54,6 +59,16 @@ protected:
         if (!m_console.IsTerminal() || table.Devices().empty() || height < 3) {
             return {};
         }
+        const std::pair size(height, m_console.DrawWidth());
+        if (std::exchange(m_changed, false) || size != m_size) {
+            m_lines = LayOutBlock(table, height);
+            m_size = size;
+        }
+        return m_lines;
+    }
+
+private:
+    std::vector<std::string> LayOutBlock(const DeviceTable& table, int height) const {
         std::vector<Device> devices = table.Devices();
         SortDevices(devices, m_options.sort);
         const auto room = static_cast<std::size_t>(height) - 2;  // heading and the line below
@@ -66,10 +81,13 @@ protected:
         return lines;
     }
 
-private:
     TableStyle Style(int width) const {
         return {width, m_console.HasColour(), m_console.TextCharset()};
     }
+
+    bool m_changed = false;
+    std::pair<int, int> m_size;
+    std::vector<std::string> m_lines;
 };
 
 // A line a device as soon as there is little to add: both searches found it, or the slower one has

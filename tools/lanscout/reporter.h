@@ -17,6 +17,7 @@ public:
     void OnFound(const DeviceTable& /*table*/, DeviceTable::Result /*result*/) override {}
     void OnProblem(const Problem& problem) override;
     void OnLibraryLine(int level, std::string_view line) override;
+    void OnResumed() override { m_console.Forget(); }
     void OnProgress(const DeviceTable& table, const Progress& progress) override;
 
     // The round is over; its devices are in the order of --sort.

@@ -226,6 +226,9 @@ void Round::Step() {
     }
     poll(entries.data(), entries.size(), kTickMilliseconds);
     m_signals.Take();
+    if (m_signals.TakeResumed()) {
+        m_observer.OnResumed();
+    }
     for (std::size_t i = 0; i < polled.size(); ++i) {
         if (entries[i + 1].revents != 0) {
             Read(*polled[i]);

@@ -18,6 +18,7 @@ public:
     virtual void OnFound(const DeviceTable& table, DeviceTable::Result result) = 0;
     virtual void OnProblem(const Problem& problem) = 0;
     virtual void OnLibraryLine(int level, std::string_view line) = 0;
+    virtual void OnResumed() = 0;  // after the program was stopped
     virtual void OnProgress(const DeviceTable& table, const Progress& progress) = 0;
 };
 

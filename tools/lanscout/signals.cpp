@@ -38,16 +38,16 @@ Signals::~Signals() {
 void Signals::Take() {
     signalfd_siginfo info{};
     while (read(m_fd, &info, sizeof info) == sizeof info) {
-        if (info.ssi_signo == SIGWINCH || info.ssi_signo == SIGCONT) {
-            m_resized = true;
-        } else {
+        if (info.ssi_signo == SIGCONT) {
+            m_resumed = true;
+        } else if (info.ssi_signo != SIGWINCH) {  // which is taken to wake the caller up
             m_interrupted = true;
         }
     }
 }
 
-bool Signals::TakeResized() {
-    return std::exchange(m_resized, false);
+bool Signals::TakeResumed() {
+    return std::exchange(m_resumed, false);
 }
 
 void Signals::WaitFor(long milliseconds) {

@@ -18,8 +18,8 @@ public:
     // Whether the user wants an end.
     bool Interrupted() const { return m_interrupted; }
 
-    // Whether the terminal may have another size or other contents than before; asked once.
-    bool TakeResized();
+    // Whether the program was stopped meanwhile and goes on now; true once for each time.
+    bool TakeResumed();
 
     // Waits until `milliseconds` have passed or the user wants an end.
     void WaitFor(long milliseconds);
@@ -27,7 +27,7 @@ public:
 private:
     int m_fd;
     bool m_interrupted = false;
-    bool m_resized = false;
+    bool m_resumed = false;
 };
 
 }  // namespace LanscoutTool
