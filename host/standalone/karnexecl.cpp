@@ -202,6 +202,7 @@ int KarnExecl(const char* path, [[maybe_unused]] int options, ...) {
     try {
         std::vector<char*> arguments{const_cast<char*>(path)};
         do {
+            // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start is not understood here
             arguments.push_back(va_arg(list, char*));
         } while (arguments.back() != nullptr);
         result = RunProgram(path, arguments.data(), kRunLimit);

@@ -19,8 +19,8 @@ namespace {
 
 // Device descriptions are a few kilobytes. Whatever promises or sends more is refused, so that the
 // caller, which allocates what the length header says, never allocates more than this.
-constexpr std::size_t kMaxBodyBytes = 1024 * 1024;
-constexpr std::size_t kMaxHeaderBytes = 64 * 1024;  // all header lines of an answer together
+constexpr std::size_t kMaxBodyBytes = 1024UL * 1024;
+constexpr std::size_t kMaxHeaderBytes = 64UL * 1024;  // all header lines of an answer together
 
 struct FreeCurl {
     void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
@@ -178,7 +178,7 @@ struct ZelNet::ZelHttpClient::Impl {
     };
 
     bool Fetch(const std::string& contentType);
-    bool Perform(CURL * curl, const std::string& url, const std::string& contentType);
+    bool Perform(CURL* curl, const std::string& url, const std::string& contentType);
 
     Request m_request;
     std::string m_strBody;
@@ -227,6 +227,8 @@ bool ZelNet::ZelHttpClient::Impl::Perform(CURL* curl, const std::string& url,
     return true;
 }
 
+// NOLINTBEGIN(performance-unnecessary-value-param): the signatures are the server's.
+
 // Without memory for its state a client stays, and every request fails.
 ZelNet::ZelHttpClient::ZelHttpClient() : m_pImpl(new (std::nothrow) Impl) {}
 
@@ -262,6 +264,8 @@ int ZelNet::ZelHttpClient::SendRequest(ZEL_HTTP_METHOD method, std::string body,
         return -1;
     }
 }
+
+// NOLINTEND(performance-unnecessary-value-param)
 
 void ZelNet::ZelHttpClient::GetHttpContent(HTTP_MAP_KEY key, std::string& value) const {
     const bool known = m_pImpl && m_pImpl->m_bHasLength && key == HTTP_KEY_CONTENT_LENGTH;

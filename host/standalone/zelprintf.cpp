@@ -55,6 +55,7 @@ __attribute__((format(printf, 2, 0))) void AppendFormatted(LogText& line, const 
     char local[1024];
     va_list again;
     va_copy(again, arguments);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller's va_start is not understood
     const int length = std::vsnprintf(local, sizeof local, format, arguments);
     if (length < 0) {
         AppendMessage(line, format);  // it cannot be formatted; what was to be said is in it

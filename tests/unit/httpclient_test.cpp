@@ -27,7 +27,7 @@ using ::testing::SizeIs;
 using ::testing::StartsWith;
 
 constexpr char kType[] = "application/xml; charset=UTF-8";
-constexpr std::size_t kLimitBytes = 1024 * 1024;
+constexpr std::size_t kLimitBytes = 1024UL * 1024;
 
 struct Settings {
     std::string path = "/desc.xml";
@@ -279,6 +279,7 @@ TEST(HttpRequestTest, ManyThreadsFetchAtOnce) {
     const ScriptedServer server(WithLength("2", "ok"));
     std::vector<std::thread> threads;
     std::atomic<int> fetched = 0;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] { fetched += Fetch(server.Port()).body == "ok" ? 1 : 0; });
     }
@@ -508,10 +509,12 @@ TEST(HttpAnswerTest, HeadersWithoutEndAreCutOff) {
         {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nok\r\n0\r\n", "X: trailer\r\n"},
     };
     for (const auto& [begin, endless] : cases) {
-        const ScriptedServer server([&](const ScriptedConnection& connection) {
-            connection.Send(begin);
-            connection.SendForEver(endless);
-        });
+        // Named anew: C++20's lambdas capture structured bindings, clang 14 does not.
+        const ScriptedServer server(
+            [&begin = begin, &endless = endless](const ScriptedConnection& connection) {
+                connection.Send(begin);
+                connection.SendForEver(endless);
+            });
         EXPECT_LT(Took([&] { ExpectFailed(Fetch(server.Port())); }), milliseconds(4000)) << endless;
     }
 }

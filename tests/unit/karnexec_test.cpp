@@ -55,15 +55,12 @@ int __wrap_kill(pid_t pid, int number) {
 namespace {
 
 using std::chrono::milliseconds;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
 constexpr int kOptions = 0xBB;
-constexpr const char* kNoText = nullptr;
 
 int RunAlone(const char* path) {
-    return KarnExecl(path, kOptions, kNoText);
+    return KarnExecl(path, kOptions, nullptr);
 }
 
 int RunSleep(milliseconds limit) {
@@ -102,12 +99,12 @@ TEST_F(KarnExecTest, ProgramThatFailsGivesItsStatus) {
 }
 
 TEST_F(KarnExecTest, ArgumentsReachTheProgram) {
-    EXPECT_EQ(KarnExecl("/usr/bin/test", kOptions, "a b", "=", "a b", kNoText), 0);
-    EXPECT_EQ(KarnExecl("/usr/bin/test", kOptions, "a b", "=", "a", "b", kNoText), 2);
+    EXPECT_EQ(KarnExecl("/usr/bin/test", kOptions, "a b", "=", "a b", nullptr), 0);
+    EXPECT_EQ(KarnExecl("/usr/bin/test", kOptions, "a b", "=", "a", "b", nullptr), 2);
 }
 
 TEST_F(KarnExecTest, NoShellReadsTheArguments) {
-    EXPECT_EQ(KarnExecl("/usr/bin/test", kOptions, "$HOME;exit 3", "=", "$HOME;exit 3", kNoText),
+    EXPECT_EQ(KarnExecl("/usr/bin/test", kOptions, "$HOME;exit 3", "=", "$HOME;exit 3", nullptr),
               0);
     EXPECT_NE(RunAlone("/bin/true; /bin/true"), 0);
 }
@@ -132,7 +129,7 @@ TEST_F(KarnExecTest, NameIsNotLookedUpInThePath) {
 TEST_F(KarnExecTest, ProgramEndedByASignalFails) {
     // timeout sends itself the signal that it sent its program.
     EXPECT_EQ(KarnExecl("/usr/bin/timeout", kOptions, "-s", "KILL", "0.01", "/bin/sleep", "1000",
-                        kNoText),
+                        nullptr),
               -1);
     EXPECT_FALSE(HasChild());
 }
@@ -147,7 +144,7 @@ TEST_F(KarnExecTest, RunnerThatHangsIsKilledAndFails) {
 
 TEST_F(KarnExecTest, RunnerHasFiveSeconds) {
     EXPECT_EQ(kRunLimit, std::chrono::seconds(5));
-    EXPECT_EQ(KarnExecl("/bin/sleep", kOptions, "0.1", kNoText), 0);
+    EXPECT_EQ(KarnExecl("/bin/sleep", kOptions, "0.1", nullptr), 0);
     EXPECT_EQ(g_kills, 0);
 }
 
@@ -163,7 +160,7 @@ TEST_F(KarnExecTest, NeitherZombieNorDescriptorIsLeft) {
 TEST_F(KarnExecTest, HostThatIgnoresSigchldIsNoHindrance) {
     signal(SIGCHLD, SIG_IGN);
     EXPECT_EQ(RunAlone("/bin/true"), 0);
-    EXPECT_EQ(KarnExecl("/bin/sleep", kOptions, "0.05", kNoText), 0);
+    EXPECT_EQ(KarnExecl("/bin/sleep", kOptions, "0.05", nullptr), 0);
     EXPECT_NE(RunAlone("/nonexistent/arping"), 0);
     EXPECT_NE(RunSleep(milliseconds(30)), 0);
     EXPECT_FALSE(HasChild());
@@ -208,6 +205,7 @@ TEST_F(KarnExecTest, OtherChildrenOfTheHostAreLeftToIt) {
 TEST_F(KarnExecTest, ManyThreadsRunProgramsAtOnce) {
     std::atomic<int> wrong = 0;
     std::vector<std::thread> threads;
+    threads.reserve(6);
     for (int t = 0; t < 6; ++t) {
         threads.emplace_back([&wrong, t] {
             for (int i = 0; i < 10; ++i) {
@@ -230,7 +228,7 @@ TEST_F(KarnExecTest, WithoutAPidfdTheRunIsWatchedAllTheSame) {
     };
     EXPECT_EQ(RunAlone("/bin/true"), 0);
     EXPECT_EQ(RunAlone("/bin/false"), 1);
-    EXPECT_EQ(KarnExecl("/bin/sleep", kOptions, "0.05", kNoText), 0);
+    EXPECT_EQ(KarnExecl("/bin/sleep", kOptions, "0.05", nullptr), 0);
     EXPECT_EQ(g_kills, 0);
     EXPECT_NE(RunSleep(milliseconds(30)), 0);
     EXPECT_EQ(g_kills, 1);
@@ -264,7 +262,7 @@ protected:
     Found Probe() {
         const std::string file = ::testing::TempDir() + "karnexec-" + std::to_string(getpid());
         EXPECT_EQ(KarnExecl("/proc/self/exe", kOptions, "--write-what-you-find", file.c_str(), "",
-                            kNoText),
+                            nullptr),
                   0);
         Found found;
         std::ifstream in(file);

@@ -152,6 +152,7 @@ TEST_F(LogConfigTest, RecordMayChangeWhileOtherThreadsPassTheGate) {
     std::atomic<bool> done = false;
     std::vector<std::thread> readers;
     std::atomic<int> passed = 0;
+    readers.reserve(3);
     for (int t = 0; t < 3; ++t) {
         readers.emplace_back([&] {
             while (!done) {

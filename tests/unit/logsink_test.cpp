@@ -129,6 +129,7 @@ TEST_F(LogSinkTest, SinksAreReplacedWhileManyThreadsLogAndNoLineIsLost) {
     StandaloneHost::SetLogSink(&Collect, &first);
     std::atomic<int> running = kThreads;
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < kLines; ++i) {

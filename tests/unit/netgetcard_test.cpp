@@ -23,9 +23,8 @@ protected:
     }
 
     void ExpectUntouched() const {
-        _tag_NETINFO_ untouched;
-        std::memset(&untouched, 0x5A, sizeof untouched);
-        EXPECT_EQ(std::memcmp(&m_info, &untouched, sizeof untouched), 0);
+        const std::string bytes(reinterpret_cast<const char*>(&m_info), sizeof m_info);
+        EXPECT_EQ(bytes, std::string(sizeof m_info, 0x5A));
     }
 
     FakeInterfaces m_fake;
