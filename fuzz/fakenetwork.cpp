@@ -24,8 +24,8 @@ thread_local Network* t_network = nullptr;
 
 }  // namespace
 
-Network::Network(std::vector<Datagram> datagrams, int repeats)
-    : m_vecDatagrams(std::move(datagrams)), m_nRepeats(repeats) {
+Network::Network(std::vector<Datagram> datagrams, int laterCycles, Later later)
+    : m_vecDatagrams(std::move(datagrams)), m_nLaterCycles(laterCycles), m_later(later) {
     t_network = this;
 }
 
@@ -35,12 +35,7 @@ Network::~Network() {
 
 std::ptrdiff_t Network::Receive(void* buffer, std::size_t size, std::uint32_t& sender) {
     if (m_nNext == m_vecDatagrams.size()) {
-        const bool isLast = m_nRepeats == 0;
-        m_nMicroseconds += isLast ? kDayMicroseconds : kReceiveTimeoutMicroseconds;
-        if (!isLast) {
-            --m_nRepeats;
-            m_nNext = 0;
-        }
+        EndCycle();
         errno = EAGAIN;
         return -1;
     }
@@ -49,6 +44,18 @@ std::ptrdiff_t Network::Receive(void* buffer, std::size_t size, std::uint32_t& s
     std::copy_n(next.bytes.data(), count, static_cast<char*>(buffer));
     sender = next.sender;
     return static_cast<std::ptrdiff_t>(count);
+}
+
+void Network::EndCycle() {
+    if (m_nLaterCycles == 0) {
+        m_nMicroseconds += kDayMicroseconds;
+        return;
+    }
+    m_nMicroseconds += kReceiveTimeoutMicroseconds;
+    --m_nLaterCycles;
+    if (m_later == Later::Same) {
+        m_nNext = 0;
+    }
 }
 
 void Network::SleepUntil(std::int64_t microseconds) {
@@ -174,7 +181,7 @@ time_t __wrap_time(time_t* result) {
 }
 
 int __wrap_clock_gettime(clockid_t clock, timespec* now) {
-    if (t_network == nullptr) {
+    if (t_network == nullptr || clock != CLOCK_MONOTONIC) {
         return __real_clock_gettime(clock, now);
     }
     now->tv_sec = t_network->Microseconds() / 1'000'000;

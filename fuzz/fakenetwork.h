@@ -16,12 +16,16 @@ struct Datagram {
     std::string_view bytes;
 };
 
+// What the cycles after the first bring.
+enum class Later { Same, Silent };
+
 // While it lives, the calling thread's wrapped calls go here; other threads' reach the kernel. One
 // at a time a thread.
 class Network {
 public:
-    // The datagrams come once in the first cycle and once in each of `repeats` cycles after it.
-    explicit Network(std::vector<Datagram> datagrams, int repeats = 1);
+    // The datagrams come once in the first cycle, and `laterCycles` follow it.
+    explicit Network(std::vector<Datagram> datagrams, int laterCycles = 1,
+                     Later later = Later::Same);
     ~Network();
     Network(const Network&) = delete;
     Network& operator=(const Network&) = delete;
@@ -38,11 +42,14 @@ public:
     void SleepUntil(std::int64_t microseconds);
 
 private:
+    void EndCycle();
+
     static constexpr std::time_t kStart = 1'700'000'000;
 
     std::vector<Datagram> m_vecDatagrams;
     std::size_t m_nNext = 0;
-    int m_nRepeats;
+    int m_nLaterCycles;
+    Later m_later;
     std::size_t m_nProbes = 0;
     std::int64_t m_nMicroseconds = 10'000'000;
 };
