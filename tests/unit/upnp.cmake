@@ -13,4 +13,7 @@ lanscout_unit_test(upnpcallback_test LIBS lanscout_objects recording_host upnp_f
 lanscout_unit_test(upnpsearchbase_test LIBS lanscout_objects recording_host upnp_fake
   WRAP ${UPNP_CALLS} pthread_mutex_lock pthread_mutex_unlock pthread_mutex_destroy)
 lanscout_unit_test(upnp16_test LIBS lanscout_objects recording_host upnp_fake
-  WRAP ${UPNP_CALLS})
+  WRAP ${UPNP_CALLS} UpnpDiscovery_get_Location_cstr)
+if(TARGET lanscout_host_objects)
+  lanscout_unit_test(devicefetch_test LIBS lanscout_objects lanscout_host_objects scripted_server)
+endif()

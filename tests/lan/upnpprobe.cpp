@@ -1,0 +1,104 @@
+// Runs a UPnP search as a server does and prints what came of it, one JSON object a line, for the
+// LAN tests.
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iterator>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+
+#include "utils/upnpsearchbase.h"
+
+namespace {
+
+using nlohmann::json;
+using std::chrono::steady_clock;
+
+struct Options {
+    std::string address;
+    int port = 0;
+    int seconds = 3;
+};
+
+volatile std::sig_atomic_t g_stopNow = 0;  // an interrupt stops the search before its time is spent
+
+double Seconds() {
+    static const steady_clock::time_point Start = steady_clock::now();
+    return std::chrono::duration<double>(steady_clock::now() - Start).count();
+}
+
+// One whole line in one call: devices are told on libupnp's threads.
+void Print(json event) {
+    event["seconds"] = Seconds();
+    const std::string line = event.dump(-1, ' ', true, json::error_handler_t::replace) + "\n";
+    static std::mutex Lock;
+    const std::lock_guard guard(Lock);
+    fputs(line.c_str(), stdout);
+    fflush(stdout);
+}
+
+void PrintLeft(const char* when) {
+    namespace fs = std::filesystem;
+    const auto count = [](const char* folder) {
+        return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
+    };
+    Print({{"event", "left"},
+           {"when", when},
+           {"threads", count("/proc/self/task")},
+           {"descriptors", count("/proc/self/fd")}});
+}
+
+class Probe : public UpnpSearchBase {
+public:
+    using UpnpSearchBase::UpnpSearchBase;
+    ~Probe() override { StopSearch(); }
+
+protected:
+    void OnDeviceDiscovered(const std::string& descriptionXml, const char* location) override {
+        std::string host;
+        int port = 0;
+        ParseUrl(location, host, port);
+        Print({{"event", "device"},
+               {"location", location},
+               {"host", host},
+               {"port", port},
+               {"bytes", descriptionXml.size()},
+               {"friendlyName", GetUpnpResultInfo(descriptionXml, "friendlyName")},
+               {"manufacturer", GetUpnpResultInfo(descriptionXml, "manufacturer")},
+               {"modelName", GetUpnpResultInfo(descriptionXml, "modelName")}});
+    }
+};
+
+void Search(const Options& options) {
+    Probe probe(options.address, options.port, options.seconds);
+    Print(
+        {{"event", "started"}, {"result", probe.StartSearch()}, {"libupnp", UPNP_VERSION_STRING}});
+    while (probe.IsRunning() && g_stopNow == 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    Print({{"event", "ended"}, {"running", probe.IsRunning()}});
+    Print({{"event", "stopped"}, {"result", probe.StopSearch()}});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    Options options;
+    CLI::App app("Runs a UPnP search and prints JSON lines about it");
+    app.add_option("address", options.address)->required();
+    app.add_option("--port", options.port, "where libupnp listens");
+    app.add_option("--seconds", options.seconds);
+    std::signal(SIGINT, [](int) { g_stopNow = 1; });
+    CLI11_PARSE(app, argc, argv);
+    PrintLeft("before");
+    Search(options);
+    PrintLeft("after");
+    return 0;
+} catch (const std::exception& error) {
+    fprintf(stderr, "upnpprobe: %s\n", error.what());
+    return 1;
+}
