@@ -203,12 +203,17 @@ class Namespace:
         text = _ip("-json", "-netns", self.name, *map(str, arguments))
         return json.loads(text) if text.strip() else []
 
-    def batch(self, lines):
-        """Runs many ip(8) commands at once, for hundreds of addresses."""
+    def batch(self, lines, go_on=False):
+        """Runs many ip(8) commands at once, for hundreds of addresses; `go_on` past refused ones."""
         with tempfile.NamedTemporaryFile("w", prefix="lan-batch-") as file:
             file.write("\n".join(lines) + "\n")
             file.flush()
-            _ip("-netns", self.name, "-batch", file.name, timeout=60)
+            command = ["-netns", self.name, "-batch", file.name]
+            if not go_on:
+                _ip(*command, timeout=60)
+                return
+            with contextlib.suppress(RuntimeError):
+                _ip("-force", *command, timeout=60)
 
     def run(self, *command, timeout=20, check=True):
         """Runs a program in here to its end, bounded in time; returns subprocess's record."""
@@ -255,6 +260,13 @@ class Namespace:
 
     def mac(self, device):
         return self.ip("link", "show", "dev", device)[0]["address"].upper()
+
+    def udp_count(self, name):
+        """One of the kernel's UDP counters in here, by its name in /proc/net/snmp."""
+        with self.entered():
+            lines = Path("/proc/thread-self/net/snmp").read_text().splitlines()
+        rows = [line.split()[1:] for line in lines if line.startswith("Udp:")]
+        return int(dict(zip(*rows))[name])
 
     def is_up(self, device):
         return self.ip("link", "show", "dev", device)[0]["operstate"] == "UP"

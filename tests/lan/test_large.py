@@ -49,13 +49,6 @@ def assert_all_found(result, devices):
         assert unquote(found[ip]["hardware"]) == device["hardware"]
 
 
-def udp_count(namespace, name):
-    """One of the kernel's UDP counters of a namespace."""
-    rows = [line.split()[1:] for line in namespace.run("cat", "/proc/net/snmp").stdout.splitlines()
-            if line.startswith("Udp:")]
-    return int(dict(zip(*rows))[name])
-
-
 @pytest.mark.ctest(alone=True, timeout=120)
 def test_all_of_2000_cameras_are_found_each_once(network):
     """The neighbour table's limit is the kernel's, whatever the namespace, so this test is alone.
@@ -101,12 +94,12 @@ def test_cycles_recover_what_a_burst_overflowed(network):
     with paused(simulator):
         search = Search(simulator.namespace, simulator.address, 10,
                         prefix=[*processor, "chrt", "--fifo", "1"])
-        wait_until(lambda: udp_count(simulator.namespace, "OutDatagrams") == 2, 10, "two Probes")
+        wait_until(lambda: simulator.namespace.udp_count("OutDatagrams") == 2, 10, "two Probes")
         os.sched_setscheduler(simulator.popen.pid, os.SCHED_FIFO, os.sched_param(3))
         busy = network.start(*processor, "chrt", "--fifo", "2", "/usr/bin/python3", "-c", BUSY)
         busy.wait_for("busy")
     assert busy.wait(10) == 0
-    dropped = udp_count(simulator.namespace, "RcvbufErrors")
+    dropped = simulator.namespace.udp_count("RcvbufErrors")
     result = search.result()
 
     first_cycle_end = result.of("count")[0]["seconds"] + 1.5
