@@ -12,6 +12,7 @@ namespace StandaloneHost {
 
 // Receives one whole log line, `length` bytes ending in '\n', without control characters or escape
 // sequences inside. Called on the thread that logs, possibly on several at once; must not throw.
+// A line that is logged from inside a sink goes to standard error.
 using LogSink = void (*)(const char* line, std::size_t length, void* cookie);
 
 // Sends log lines to `sink` from now on; a null `sink` sends them to standard error again (the
@@ -20,7 +21,7 @@ using LogSink = void (*)(const char* line, std::size_t length, void* cookie);
 void SetLogSink(LogSink sink, void* cookie);
 
 // Attaches this process's in-memory configuration record (g_pDbgLogCfg), with every category at
-// level 0 and no process entries. Attaching again resets the levels.
+// level 0 and no process entries. Attaching again resets both.
 // Without a record, which is the default, lines of level 3 and lower are printed.
 void AttachLogConfig();
 
@@ -35,8 +36,8 @@ bool SetCategoryLevel(LOG_CATEG category, int level);
 // The number of process entries that the record has room for.
 inline constexpr int kMaxProcessEntries = 64;
 
-// Appends an entry that raises one process to `level`; the first entry of a process counts. False
-// when the table is full.
+// Appends an entry to the record (attached or not) that raises one process to `level`; the first
+// entry of a process counts. False when the table is full.
 bool AddProcessLevel(int pid, int level);
 
 // Removes every process entry.

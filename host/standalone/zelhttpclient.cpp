@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <new>
 #include <optional>
@@ -260,7 +262,7 @@ int ZelNet::ZelHttpClient::SendRequest(ZEL_HTTP_METHOD method, std::string body,
     }
     try {
         return m_pImpl->Fetch(contentType) ? 0 : -1;
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         return -1;
     }
 }

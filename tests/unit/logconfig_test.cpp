@@ -88,6 +88,14 @@ TEST_F(LogConfigTest, LevelSetWhileDetachedIsInTheRecordThatAReaderStillHas) {
     EXPECT_EQ(record->aCategLevel[LOG_CATEG_DISCOVERY], 4);
 }
 
+TEST_F(LogConfigTest, EntryAddedWhileDetachedIsInTheRecordThatAReaderStillHas) {
+    StandaloneHost::AttachLogConfig();
+    const ZelDbgLogCfg* const record = g_pDbgLogCfg;
+    StandaloneHost::DetachLogConfig();
+    EXPECT_TRUE(StandaloneHost::AddProcessLevel(getpid(), 4));
+    EXPECT_EQ(record->nProcCount, 1);
+}
+
 TEST_F(LogConfigTest, EntryRaisesThisProcess) {
     StandaloneHost::AttachLogConfig();
     EXPECT_TRUE(StandaloneHost::AddProcessLevel(getpid(), 3));

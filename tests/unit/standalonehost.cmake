@@ -14,4 +14,5 @@ lanscout_unit_test(karnexec_test LIBS lanscout_host_objects
 # An HTTP server on 127.0.0.1 that tests script byte for byte.
 add_library(scripted_server STATIC scriptedserver.cpp)
 lanscout_compile(scripted_server)
-lanscout_unit_test(httpclient_test LIBS lanscout_host_objects scripted_server)
+lanscout_unit_test(httprequest_test LIBS lanscout_host_objects scripted_server)
+lanscout_unit_test(httpanswer_test LIBS lanscout_host_objects scripted_server)

@@ -21,7 +21,9 @@ namespace {
 
 std::function<ssize_t(int, const void*, std::size_t)> g_write;  // empty: the real one
 std::function<int(pollfd*, nfds_t, int)> g_poll;
-bool g_bRefuseMemory = false;
+int g_refusals = 0;  // so many requests for memory fail
+
+constexpr int kAll = 1000;
 
 }  // namespace
 
@@ -36,7 +38,7 @@ int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
 }
 void* __real__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
 void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
-    return g_bRefuseMemory ? nullptr : __real__ZnamRKSt9nothrow_t(size, tag);
+    return g_refusals > 0 && g_refusals-- > 0 ? nullptr : __real__ZnamRKSt9nothrow_t(size, tag);
 }
 }
 
@@ -53,7 +55,7 @@ protected:
     void TearDown() override {
         g_write = nullptr;
         g_poll = nullptr;
-        g_bRefuseMemory = false;
+        g_refusals = 0;
     }
 };
 
@@ -148,7 +150,7 @@ TEST_F(ZelPrintfTest, MessagesAroundTheFirstBufferAndFarBeyondAreWhole) {
 }
 
 TEST_F(ZelPrintfTest, RefusedMemoryCutsTheLineAndSaysSo) {
-    g_bRefuseMemory = true;
+    g_refusals = kAll;
     for (const std::size_t length : {1000U, 1023U, 1024U, 5000U}) {
         const std::string printed = Printed(std::string(length, 'm'));
         EXPECT_THAT(printed, StartsWith(std::string(700, 'm'))) << length;
@@ -156,15 +158,20 @@ TEST_F(ZelPrintfTest, RefusedMemoryCutsTheLineAndSaysSo) {
     }
 }
 
+TEST_F(ZelPrintfTest, MemoryRefusedForTheMessageAndGivenForTheLineCutsAllTheSame) {
+    g_refusals = 1;
+    EXPECT_EQ(Printed(std::string(5000, 'm')), std::string(1023, 'm') + " [cut: no memory]");
+}
+
 TEST_F(ZelPrintfTest, ShortLineNeedsNoMemory) {
-    g_bRefuseMemory = true;
+    g_refusals = kAll;
     EXPECT_EQ(Printed("short"), "short");
 }
 
 TEST_F(ZelPrintfTest, MemoryRefusedForOneLineIsNotMissedByTheNext) {
-    g_bRefuseMemory = true;
+    g_refusals = kAll;
     Printed(std::string(5000, 'm'));
-    g_bRefuseMemory = false;
+    g_refusals = 0;
     EXPECT_EQ(Printed(std::string(5000, 'n')), std::string(5000, 'n'));
 }
 
