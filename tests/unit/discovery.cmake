@@ -65,3 +65,19 @@ lanscout_search_test(multicastsocket_test LIBS fake_system WRAP ${fake_system_wr
 lanscout_search_test(probematch_test LIBS fake_xml WRAP ${fake_xml_wrap})
 lanscout_unit_test(maclookup_test LIBS lanscout_objects_unbounded recording_host fake_system
                    WRAP ${fake_system_wrap})
+lanscout_search_test(discoverythread_test LIBS fake_system WRAP ${fake_system_wrap})
+
+# Replies that are made to hurt.
+add_library(worst_xml STATIC worstxml.cpp)
+lanscout_compile(worst_xml)
+lanscout_unit_test(xmlguard_test LIBS lanscout_objects_unbounded recording_host fake_xml worst_xml
+                   WRAP ${fake_xml_wrap})
+lanscout_search_test(xmlattack_test LIBS worst_xml fake_system WRAP ${fake_system_wrap})
+
+# Not tests: they print what those replies cost.
+foreach(build IN ITEMS unbounded bounded)
+  add_executable(xmlworst_${build} xmlworst.cpp)
+  lanscout_compile(xmlworst_${build})
+  target_compile_definitions(xmlworst_${build} PRIVATE LANSCOUT_BOUNDED=$<STREQUAL:${build},bounded>)
+  target_link_libraries(xmlworst_${build} PRIVATE lanscout_objects_${build} recording_host worst_xml)
+endforeach()

@@ -452,11 +452,17 @@ TEST_F(ProbeMatch, NestedMatchesCountAsAQueryThatYieldsNothing) {
     EXPECT_EQ(FakeXml::Current().nContextsFreed, kBounded ? 2 : 0);
 }
 
-// The dearest replies of one datagram that do not nest the matches in themselves.
+// Nesting as such is no reason; neither is size.
+TEST_F(ProbeMatch, SmallRepliesWithNestedMatchesAreEvaluated) {
+    EXPECT_EQ(Parse(InMatch(InMatch("<XAddrs><XAddrs>http://h:81/</XAddrs></XAddrs>"))), "81|none");
+}
+
+// The dearest replies of one datagram that nest nothing in its namesake.
 TEST_F(ProbeMatch, FullDatagramsWithoutNestedMatchesAreEvaluated) {
     const std::string begin = "<ProbeMatches><ProbeMatch>";
     const std::string end = "<XAddrs>http://h:81/</XAddrs></ProbeMatch></ProbeMatches>";
-    for (const std::string filler : {"<a/>x", "<a/>", "<a><b/></a>", "<?b?>", "<Scopes/>"}) {
+    for (const std::string filler :
+         {"<a/>x", "<a/>", "<a><b/></a>", "<?b?>", "<Scopes/>", "<!---->"}) {
         std::string reply = begin;
         while (reply.size() + filler.size() + end.size() <= 4096) {
             reply += filler;
