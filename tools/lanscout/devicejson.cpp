@@ -58,6 +58,10 @@ int PortFrom(const Json& json) {
     if (found == json.end() || !found->is_number_integer()) {
         return 0;
     }
+    if (found->is_number_unsigned()) {
+        const auto value = found->get<std::uint64_t>();
+        return std::in_range<int>(value) ? static_cast<int>(value) : 0;
+    }
     const auto value = found->get<std::int64_t>();
     return std::in_range<int>(value) ? static_cast<int>(value) : 0;
 }
