@@ -134,6 +134,33 @@ TEST(SimFrames, LargestUnfragmentedPayloadIs1472Bytes) {
     EXPECT_EQ(count(1473), 2U);
 }
 
+// The SYN of a connection from 10.99.0.1 to 10.99.0.10, and two bytes of Ethernet padding.
+const std::string kSynPacket = FromHex(
+    "4500 0028 0001 4000 40 06 0000 0a630001 0a63000a"
+    "c000 c001 00000001 00000000 5002 ffff 0000 0000");
+
+TEST(SimFrames, TcpIsHandedOnAsAnIpPacketWithoutPadding) {
+    const std::string frame =
+        FromHex("024c0a63000a 020000000001 0800") + kSynPacket + std::string(2, '\0');
+    const Heard heard = ReadFrame(frame);
+    ASSERT_TRUE(std::holds_alternative<lansim::TcpPacket>(heard));
+    const auto& tcp = std::get<lansim::TcpPacket>(heard);
+    EXPECT_EQ(tcp.to, kCameraIp);
+    EXPECT_EQ(tcp.from, kSearcherIp);
+    EXPECT_EQ(tcp.fromMac, kSearcherMac);
+    EXPECT_EQ(Hex(tcp.packet), Hex(kSynPacket));
+}
+
+TEST(SimFrames, IpPacketTellsItsEndsAndTravelsUnchanged) {
+    const auto ends = lansim::EndsOf(kSynPacket);
+    ASSERT_TRUE(ends);
+    EXPECT_EQ(ends->from, kSearcherIp);
+    EXPECT_EQ(ends->to, kCameraIp);
+    EXPECT_EQ(Hex(lansim::IpFrame(kCameraMac, kSearcherMac, kSynPacket)),
+              "020000000001024c0a63000a0800" + Hex(kSynPacket));
+    EXPECT_FALSE(lansim::EndsOf("\x45"));
+}
+
 TEST(SimFrames, OddFramesMeanNothing) {
     for (std::size_t size = 0; size < kArpRequest.size(); ++size)
         EXPECT_TRUE(std::holds_alternative<std::monostate>(ReadFrame(kArpRequest.substr(0, size))))

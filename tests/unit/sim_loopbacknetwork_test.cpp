@@ -5,14 +5,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "tools/lanscout-sim/population.h"
+#include "tools/lanscout-sim/setuperror.h"
 
-using lansim::Camera;
 using lansim::Datagram;
 using lansim::Descriptor;
 using lansim::Endpoint;
 using lansim::LoopbackNetwork;
 using lansim::SendResult;
+using lansim::SimulatedHost;
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
@@ -25,10 +25,8 @@ std::string OwnAddress(int host) {
            std::to_string(host);
 }
 
-std::vector<Camera> OneCamera() {
-    std::vector<Camera> cameras(1);
-    cameras[0].ip = *lansim::ParseIpv4(OwnAddress(10));
-    return cameras;
+std::vector<SimulatedHost> OneCamera() {
+    return {{*lansim::ParseIpv4(OwnAddress(10)), {}, true, true, {lansim::kDiscoveryPort}}};
 }
 
 class Searcher {

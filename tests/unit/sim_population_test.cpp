@@ -7,7 +7,7 @@
 #include "tools/lanscout-sim/misbehaviour.h"
 
 using lansim::Camera;
-using lansim::MakeCameras;
+using lansim::MakePopulation;
 using lansim::Misbehaviour;
 using lansim::PopulationRequest;
 using lansim::SetupError;
@@ -16,6 +16,10 @@ using ::testing::SizeIs;
 using ::testing::ThrowsMessage;
 
 namespace {
+
+std::vector<Camera> MakeCameras(const PopulationRequest& request) {
+    return MakePopulation(request).cameras;
+}
 
 PopulationRequest Request(std::size_t generated) {
     PopulationRequest request;
@@ -126,6 +130,44 @@ TEST(SimPopulation, TooSmallANetworkIsRefused) {
     auto request = Request(300);
     request.network = *lansim::ParseSubnet("10.99.0.1/24");
     EXPECT_THAT([&] { MakeCameras(request); }, ThrowsMessage<SetupError>(HasSubstr("do not fit")));
+}
+
+TEST(SimPopulation, EveryOtherUpnpDeviceIsACameraThatBehaves) {
+    auto request = Request(6);
+    request.generatedUpnp = 6;
+    request.shares = {{Misbehaviour::NotXml, 0.5}};
+    const auto population = MakePopulation(request);
+    ASSERT_THAT(population.upnpDevices, SizeIs(6));
+    std::size_t shared = 0;
+    for (const auto& device : population.upnpDevices) {
+        const auto camera = std::ranges::find(population.cameras, device.ip, &Camera::ip);
+        if (camera == population.cameras.end())
+            continue;
+        ++shared;
+        EXPECT_EQ(device.mac, camera->mac);
+        EXPECT_EQ(device.name, camera->name);
+        EXPECT_TRUE(camera->misbehaviours.empty());
+    }
+    EXPECT_EQ(shared, 3U);
+}
+
+TEST(SimPopulation, SharesOfUpnpKindsFallOnUpnpDevicesOnly) {
+    auto request = Request(4);
+    request.generatedUpnp = 4;
+    request.shares = {{Misbehaviour::UpnpFlood, 0.5}};
+    const auto population = MakePopulation(request);
+    EXPECT_EQ(CountOf(population.cameras, Misbehaviour::UpnpFlood), 0U);
+    EXPECT_EQ(std::ranges::count_if(
+                  population.upnpDevices,
+                  [](const auto& device) { return device.Does(Misbehaviour::UpnpFlood); }),
+              2);
+}
+
+TEST(SimPopulation, LocationWithoutPortIsServedAtPortEighty) {
+    auto request = Request(0);
+    request.generatedUpnp = 1;
+    request.shares = {{Misbehaviour::UpnpLocationNoPort, 1}};
+    EXPECT_EQ(MakePopulation(request).upnpDevices.at(0).port, 80);
 }
 
 TEST(SimMisbehaviour, ShareIsAFractionOrAPercentage) {

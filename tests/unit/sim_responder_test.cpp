@@ -2,13 +2,12 @@
 
 #include <gmock/gmock.h>
 
-#include <fstream>
-
 using lansim::Camera;
 using lansim::Datagram;
 using lansim::Endpoint;
 using lansim::Ipv4;
 using lansim::Misbehaviour;
+using lansim::Outbox;
 using lansim::Responder;
 using lansim::ResponderOptions;
 using lansim::SendResult;
@@ -57,28 +56,29 @@ protected:
     // Asks once and sends all that is due within the longest delay.
     void Search(Responder& responder, Endpoint to = kGroup) {
         responder.OnDatagram({kSearcher, to, ProbeText()}, kStart);
-        responder.SendDue(kStart + milliseconds(500), m_network);
+        m_outbox.SendDue(kStart + milliseconds(500), m_network);
     }
 
     FakeNetwork m_network;
+    Outbox m_outbox{1, 0};
 };
 
 TEST_F(SimResponder, EveryCameraRepliesOnceToWhereTheProbeCameFrom) {
     auto cameras = Cameras(3);
-    Responder responder(cameras, {});
+    Responder responder(cameras, {}, m_outbox);
     Search(responder);
     ASSERT_THAT(m_network.m_sent, SizeIs(3));
     for (const auto& datagram : m_network.m_sent) {
         EXPECT_EQ(datagram.to, kSearcher);
         EXPECT_EQ(datagram.from.port, 3702);
     }
-    EXPECT_EQ(responder.NextDue(), std::nullopt);
+    EXPECT_EQ(m_outbox.NextDue(), std::nullopt);
     EXPECT_EQ(cameras[2].repliesSent, 1U);
 }
 
 TEST_F(SimResponder, UnicastProbeIsAnsweredByItsAddresseeAlone) {
     auto cameras = Cameras(3);
-    Responder responder(cameras, {});
+    Responder responder(cameras, {}, m_outbox);
     Search(responder, {cameras[1].ip, 3702});
     ASSERT_THAT(m_network.m_sent, SizeIs(1));
     EXPECT_EQ(m_network.m_sent[0].from.ip, cameras[1].ip);
@@ -86,25 +86,26 @@ TEST_F(SimResponder, UnicastProbeIsAnsweredByItsAddresseeAlone) {
 
 TEST_F(SimResponder, DelaysLieWithinTheLimitAndDiffer) {
     auto cameras = Cameras(200);
-    Responder responder(cameras, {.maxDelay = milliseconds(20)});
+    Responder responder(cameras, {.maxDelay = milliseconds(20)}, m_outbox);
     responder.OnDatagram({kSearcher, kGroup, ProbeText()}, kStart);
-    ASSERT_TRUE(responder.NextDue());
-    EXPECT_GE(*responder.NextDue(), kStart);
-    responder.SendDue(kStart + milliseconds(10), m_network);
+    ASSERT_TRUE(m_outbox.NextDue());
+    EXPECT_GE(*m_outbox.NextDue(), kStart);
+    m_outbox.SendDue(kStart + milliseconds(10), m_network);
     const auto early = m_network.m_sent.size();
     EXPECT_GT(early, 50U);
     EXPECT_LT(early, 150U);
-    responder.SendDue(kStart + milliseconds(20), m_network);
+    m_outbox.SendDue(kStart + milliseconds(20), m_network);
     EXPECT_THAT(m_network.m_sent, SizeIs(200));
 }
 
 TEST_F(SimResponder, SameSeedRepeatsTheRunAndAnotherDoesNot) {
     const auto run = [](std::uint64_t seed) {
         auto cameras = Cameras(50);
-        Responder responder(cameras, {.seed = seed, .probeLoss = 0.2});
+        Outbox outbox(seed, 0.2);
+        Responder responder(cameras, {.seed = seed, .probeLoss = 0.2}, outbox);
         FakeNetwork network;
         responder.OnDatagram({kSearcher, kGroup, ProbeText()}, kStart);
-        responder.SendDue(kStart + milliseconds(500), network);
+        outbox.SendDue(kStart + milliseconds(500), network);
         std::string all;
         for (const auto& datagram : network.m_sent)
             all += ToText(datagram.from.ip) + datagram.payload;
@@ -116,50 +117,54 @@ TEST_F(SimResponder, SameSeedRepeatsTheRunAndAnotherDoesNot) {
 
 TEST_F(SimResponder, LossOfAHundredPerCentLosesAll) {
     auto cameras = Cameras(10);
-    Responder deaf(cameras, {.probeLoss = 1});
+    Responder deaf(cameras, {.probeLoss = 1}, m_outbox);
     Search(deaf);
     EXPECT_EQ(deaf.Counts().probesLost, 10U);
-    Responder mute(cameras, {.replyLoss = 1});
+    Outbox lossy(1, 1);
+    Responder mute(cameras, {}, lossy);
     Search(mute);
-    EXPECT_EQ(mute.Counts().repliesLost, 10U);
+    EXPECT_EQ(lossy.Counts().lost, 10U);
+    EXPECT_EQ(lossy.NextDue(), std::nullopt);
     EXPECT_THAT(m_network.m_sent, SizeIs(0));
 }
 
 TEST_F(SimResponder, FivePerCentLossLosesAboutThat) {
     auto cameras = Cameras(10000);
-    Responder responder(cameras, {.replyLoss = 0.05});
+    Outbox lossy(1, 0.05);
+    Responder responder(cameras, {}, lossy);
     Search(responder);
-    EXPECT_GT(responder.Counts().repliesLost, 400U);
-    EXPECT_LT(responder.Counts().repliesLost, 600U);
-    EXPECT_EQ(m_network.m_sent.size() + responder.Counts().repliesLost, 10000U);
+    lossy.SendDue(kStart + milliseconds(500), m_network);
+    EXPECT_GT(lossy.Counts().lost, 400U);
+    EXPECT_LT(lossy.Counts().lost, 600U);
+    EXPECT_EQ(m_network.m_sent.size() + lossy.Counts().lost, 10000U);
 }
 
 TEST_F(SimResponder, FullQueueDelaysAReplyAndLosesNone) {
     auto cameras = Cameras(5);
-    Responder responder(cameras, {});
+    Responder responder(cameras, {}, m_outbox);
     m_network.m_nextResult = SendResult::TryAgain;
     Search(responder);
-    EXPECT_EQ(responder.Counts().sendsRepeated, 5U);
-    ASSERT_TRUE(responder.NextDue());
-    EXPECT_GT(*responder.NextDue(), kStart + milliseconds(500));
+    EXPECT_EQ(m_outbox.Counts().repeated, 5U);
+    ASSERT_TRUE(m_outbox.NextDue());
+    EXPECT_GT(*m_outbox.NextDue(), kStart + milliseconds(500));
     m_network.m_nextResult = SendResult::Sent;
-    responder.SendDue(*responder.NextDue(), m_network);
+    m_outbox.SendDue(*m_outbox.NextDue(), m_network);
     EXPECT_THAT(m_network.m_sent, SizeIs(5));
 }
 
 TEST_F(SimResponder, FailedSendIsCountedAndNotTriedAgain) {
     auto cameras = Cameras(1);
-    Responder responder(cameras, {});
+    Responder responder(cameras, {}, m_outbox);
     m_network.m_nextResult = SendResult::Failed;
     Search(responder);
-    EXPECT_EQ(responder.Counts().sendsFailed, 1U);
-    EXPECT_EQ(responder.NextDue(), std::nullopt);
+    EXPECT_EQ(m_outbox.Counts().failed, 1U);
+    EXPECT_EQ(m_outbox.NextDue(), std::nullopt);
 }
 
 TEST_F(SimResponder, DuplicatesAreTheSameBytes) {
     auto cameras = Cameras(1);
     cameras[0].misbehaviours = {Misbehaviour::Duplicate};
-    Responder responder(cameras, {});
+    Responder responder(cameras, {}, m_outbox);
     Search(responder);
     ASSERT_THAT(m_network.m_sent, SizeIs(3));
     EXPECT_EQ(m_network.m_sent[0].payload, m_network.m_sent[2].payload);
@@ -168,7 +173,7 @@ TEST_F(SimResponder, DuplicatesAreTheSameBytes) {
 TEST_F(SimResponder, EmptyDatagramPrecedesTheReply) {
     auto cameras = Cameras(1);
     cameras[0].misbehaviours = {Misbehaviour::EmptyDatagram};
-    Responder responder(cameras, {});
+    Responder responder(cameras, {}, m_outbox);
     Search(responder);
     ASSERT_THAT(m_network.m_sent, SizeIs(2));
     EXPECT_EQ(m_network.m_sent[0].payload, "");
@@ -178,7 +183,7 @@ TEST_F(SimResponder, EmptyDatagramPrecedesTheReply) {
 TEST_F(SimResponder, SilentCameraSeesProbesAndSaysNothing) {
     auto cameras = Cameras(1);
     cameras[0].misbehaviours = {Misbehaviour::Silent};
-    Responder responder(cameras, {});
+    Responder responder(cameras, {}, m_outbox);
     Search(responder);
     EXPECT_THAT(m_network.m_sent, SizeIs(0));
     EXPECT_EQ(cameras[0].probesSeen, 1U);
@@ -186,14 +191,14 @@ TEST_F(SimResponder, SilentCameraSeesProbesAndSaysNothing) {
 
 TEST_F(SimResponder, WhatIsNoProbeIsCountedByItsReason) {
     auto cameras = Cameras(1);
-    Responder responder(cameras, {});
+    Responder responder(cameras, {}, m_outbox);
     responder.OnDatagram({kSearcher, kGroup, "hello"}, kStart);
     responder.OnDatagram({kSearcher, kGroup, "<a/>"}, kStart);
     EXPECT_EQ(responder.Counts().datagrams, 2U);
     EXPECT_EQ(responder.Counts().probes, 0U);
     EXPECT_EQ(responder.Counts().refused.at(lansim::ProbeError::NotXml), 1U);
     EXPECT_EQ(responder.Counts().refused.at(lansim::ProbeError::NotSoap), 1U);
-    EXPECT_EQ(responder.NextDue(), std::nullopt);
+    EXPECT_EQ(m_outbox.NextDue(), std::nullopt);
 }
 
 }  // namespace

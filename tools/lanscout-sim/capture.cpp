@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <sys/time.h>
 
-#include "tools/lanscout-sim/population.h"
+#include "tools/lanscout-sim/setuperror.h"
 
 namespace lansim {
 

@@ -13,7 +13,7 @@
 #include <cstring>
 #include <thread>
 
-#include "tools/lanscout-sim/population.h"
+#include "tools/lanscout-sim/setuperror.h"
 
 namespace lansim {
 namespace {

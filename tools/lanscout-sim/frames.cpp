@@ -13,6 +13,7 @@
 namespace lansim {
 namespace {
 
+constexpr std::size_t kEthernetHeaderBytes = 14;
 constexpr std::size_t kIpHeaderBytes = 20;
 constexpr std::size_t kFragmentUnitBytes = 8;
 
@@ -53,7 +54,10 @@ Heard ReadArp(const Tins::ARP& arp) {
                       FromTins(arp.target_ip_addr())};
 }
 
-Heard ReadIp(const Mac& from, const Tins::IP& ip) {
+Heard ReadIp(const Mac& from, const Tins::IP& ip, std::string_view packet) {
+    if (ip.protocol() == IPPROTO_TCP)
+        return TcpPacket{from, FromTins(ip.src_addr()), FromTins(ip.dst_addr()),
+                         std::string(packet.substr(0, ip.tot_len()))};
     if (const auto* udp = ip.find_pdu<Tins::UDP>()) {
         return UdpFrame{from,
                         {{FromTins(ip.src_addr()), udp->sport()},
@@ -76,7 +80,7 @@ Heard ReadFrame(std::string_view frame) try {
     if (const auto* arp = ethernet.find_pdu<Tins::ARP>())
         return ReadArp(*arp);
     if (const auto* ip = ethernet.find_pdu<Tins::IP>())
-        return ReadIp(FromTins(ethernet.src_addr()), *ip);
+        return ReadIp(FromTins(ethernet.src_addr()), *ip, frame.substr(kEthernetHeaderBytes));
     return {};
 } catch (const Tins::exception_base&) {
     return {};
@@ -91,6 +95,22 @@ std::string ArpReplyFrame(const Host& from, const Host& to) {
 std::string ArpRequestFrame(const Host& from, Ipv4 target) {
     auto frame = Tins::ARP::make_arp_request(ToTins(target), ToTins(from.ip), ToTins(from.mac));
     return Bytes(frame);
+}
+
+std::optional<IpEnds> EndsOf(std::string_view packet) try {
+    const Tins::IP ip(reinterpret_cast<const std::uint8_t*>(packet.data()),
+                      static_cast<std::uint32_t>(packet.size()));
+    return IpEnds{FromTins(ip.src_addr()), FromTins(ip.dst_addr())};
+} catch (const Tins::exception_base&) {
+    return std::nullopt;
+}
+
+std::string IpFrame(const Mac& from, const Mac& to, std::string_view packet) {
+    std::string frame(to.begin(), to.end());
+    frame.append(from.begin(), from.end());
+    frame += {'\x08', '\x00'};  // EtherType IPv4
+    frame += packet;
+    return frame;
 }
 
 std::string EchoReplyFrame(const Host& from, const EchoRequest& request) {

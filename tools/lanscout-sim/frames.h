@@ -23,6 +23,14 @@ struct UdpFrame {
     Datagram datagram;
 };
 
+// TCP is not spoken here but handed on whole, as an IP packet.
+struct TcpPacket {
+    Mac fromMac{};
+    Ipv4 from;
+    Ipv4 to;
+    std::string packet;
+};
+
 struct EchoRequest {
     Mac fromMac{};
     Ipv4 from;
@@ -33,7 +41,7 @@ struct EchoRequest {
 };
 
 // What a frame from the searcher means to the simulated devices; monostate is anything else.
-using Heard = std::variant<std::monostate, ArpRequest, UdpFrame, EchoRequest>;
+using Heard = std::variant<std::monostate, ArpRequest, UdpFrame, EchoRequest, TcpPacket>;
 Heard ReadFrame(std::string_view frame);
 
 struct Host {
@@ -43,6 +51,13 @@ struct Host {
 
 std::string ArpReplyFrame(const Host& from, const Host& to);
 std::string ArpRequestFrame(const Host& from, Ipv4 target);
+// The source and destination of an IPv4 packet; nothing when it is none.
+struct IpEnds {
+    Ipv4 from;
+    Ipv4 to;
+};
+std::optional<IpEnds> EndsOf(std::string_view packet);
+std::string IpFrame(const Mac& from, const Mac& to, std::string_view packet);
 std::string EchoReplyFrame(const Host& from, const EchoRequest& request);
 // One frame, or as many IP fragments as the MTU asks for.
 std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagram& datagram,

@@ -7,12 +7,13 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 
 #include "tools/lanscout-sim/frames.h"
-#include "tools/lanscout-sim/population.h"
+#include "tools/lanscout-sim/setuperror.h"
 
 namespace lansim {
 namespace {
@@ -20,8 +21,8 @@ namespace {
 constexpr std::size_t kLargestDatagram = 65536;
 constexpr std::size_t kLoopbackMtu = 65536;
 constexpr int kEventsAtOnce = 64;
-// A socket a camera, and some for the rest of the process.
-constexpr rlim_t kOtherDescriptors = 64;
+// For the rest of the process: HTTP connections, files.
+constexpr rlim_t kOtherDescriptors = 256;
 
 void AllowDescriptors(std::size_t sockets) {
     rlimit limit{};
@@ -34,7 +35,7 @@ void AllowDescriptors(std::size_t sockets) {
     if (limit.rlim_cur < wanted)
         throw SetupError(
             fmt::format("{} devices in loopback mode take as many sockets, and this "
-                        "process may open {}; give fewer cameras, raise \"ulimit "
+                        "process may open {}; give fewer devices, raise \"ulimit "
                         "-n\", or use --mode namespace",
                         sockets, limit.rlim_max));
 }
@@ -47,10 +48,20 @@ void CheckLoopbackIsUp() {
         throw SetupError("the loopback device is down; bring it up with: ip link set lo up");
 }
 
-void JoinOnLoopback(int fd, Ipv4 group) {
+ip_mreqn OnLoopback(Ipv4 group) {
     ip_mreqn membership{};
     membership.imr_multiaddr = ToSockaddr({group, 0}).sin_addr;
     membership.imr_ifindex = static_cast<int>(if_nametoindex("lo"));
+    return membership;
+}
+
+void SendMulticastOnLoopback(int fd) {
+    const ip_mreqn device = OnLoopback({});
+    setsockopt(fd, IPPROTO_IP, IP_MULTICAST_IF, &device, sizeof device);
+}
+
+void JoinOnLoopback(int fd, Ipv4 group) {
+    const ip_mreqn membership = OnLoopback(group);
     if (setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) != 0)
         throw SetupError(
             fmt::format("cannot join {} on lo: {}", ToText(group), std::strerror(errno)));
@@ -58,14 +69,23 @@ void JoinOnLoopback(int fd, Ipv4 group) {
 
 }  // namespace
 
-LoopbackNetwork::LoopbackNetwork(const std::vector<Camera>& cameras, Capture* capture)
+LoopbackNetwork::LoopbackNetwork(const std::vector<SimulatedHost>& hosts, Capture* capture)
     : m_capture(capture), m_ready(epoll_create1(EPOLL_CLOEXEC)) {
     CheckLoopbackIsUp();
-    AllowDescriptors(cameras.size());
-    Listen({kMulticastGroup, kDiscoveryPort}, true);
-    for (const auto& camera : cameras) {
-        m_macs[camera.ip] = camera.mac;
-        Listen({camera.ip, kDiscoveryPort}, false);
+    std::set<Endpoint> groups;
+    std::size_t sockets = 0;
+    for (const auto& host : hosts) {
+        sockets += host.udpPorts.size();
+        for (const auto port : host.udpPorts)
+            groups.insert({kMulticastGroup, port});
+    }
+    AllowDescriptors(sockets + groups.size());
+    for (const auto& group : groups)
+        Listen(group, true);
+    for (const auto& host : hosts) {
+        m_macs[host.ip] = host.mac;
+        for (const auto port : host.udpPorts)
+            Listen({host.ip, port}, false);
     }
 }
 
@@ -86,6 +106,8 @@ void LoopbackNetwork::Listen(const Endpoint& at, bool isGroup) {
                         ToText(at.ip), at.port, std::strerror(errno)));
     if (isGroup)
         JoinOnLoopback(fd.Get(), at.ip);
+    else
+        SendMulticastOnLoopback(fd.Get());
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.fd = fd.Get();

@@ -3,19 +3,19 @@
 #include <map>
 #include <vector>
 
-#include "tools/lanscout-sim/camera.h"
 #include "tools/lanscout-sim/capture.h"
 #include "tools/lanscout-sim/descriptor.h"
+#include "tools/lanscout-sim/hosts.h"
 #include "tools/lanscout-sim/network.h"
 
 namespace lansim {
 
-// Every device is an address of 127.0.0.0/8 with a socket at the discovery port, and one more
-// socket hears what is multicast on lo. Needs no privileges. There are no MACs and no ARP.
+// Every host is an address of 127.0.0.0/8 with a socket at each of its UDP ports, and one more
+// socket a port hears what is multicast on lo. Needs no privileges. There are no MACs and no ARP.
 class LoopbackNetwork : public Network {
 public:
     // Throws SetupError, naming who has the port when another process does.
-    LoopbackNetwork(const std::vector<Camera>& cameras, Capture* capture);
+    LoopbackNetwork(const std::vector<SimulatedHost>& hosts, Capture* capture);
 
     int Descriptor() const override { return m_ready.Get(); }
     void Receive(const DatagramHandler& handler) override;

@@ -31,6 +31,28 @@ const std::vector<MisbehaviourName>& MisbehaviourNames() {
         {QuietArp, "quiet-arp", "answers ARP, but never asks, so that the searcher learns no MAC"},
         {Silent, "silent", "has an address and answers no Probe"},
         {DeviceOnly, "device-only", "is a tds:Device and no video transmitter, as a printer"},
+        {UpnpLocationNoPath, "upnp-location-no-path", "LOCATION ends with the port"},
+        {UpnpLocationNoPort, "upnp-location-no-port", "LOCATION means port 80, and is right"},
+        {UpnpLocationOtherSubnet, "upnp-location-other-subnet", "LOCATION is 203.0.113.7"},
+        {UpnpLocationLoopback, "upnp-location-loopback", "LOCATION is 127.0.0.1"},
+        {UpnpLocationIpv6, "upnp-location-ipv6", "LOCATION is an IPv6 literal"},
+        {UpnpLocationNoUrl, "upnp-location-no-url", "LOCATION is no URL"},
+        {UpnpDescriptionEmpty, "upnp-empty", "the description has no bytes"},
+        {UpnpDescriptionHuge, "upnp-huge", "the description has 64 MiB"},
+        {UpnpDescriptionSlow, "upnp-slow", "the description comes at a byte a second"},
+        {UpnpDescriptionNotUtf8, "upnp-not-utf8", "the description is not the UTF-8 it says"},
+        {UpnpDescriptionNotXml, "upnp-not-xml", "the description is no XML"},
+        {UpnpDescriptionChunked, "upnp-chunked", "a good description in chunks"},
+        {UpnpDescriptionNotFound, "upnp-404", "the description is not found"},
+        {UpnpDescriptionRedirect, "upnp-redirect", "the description redirects to 203.0.113.7"},
+        {UpnpDescriptionLyingLength, "upnp-lying-length",
+         "Content-Length says 2147483647, then comes less"},
+        {UpnpDescriptionReset, "upnp-reset", "the connection is reset in the description's middle"},
+        {UpnpMarkup, "upnp-markup", "HTML and a control character in the friendly name"},
+        {UpnpFlood, "upnp-flood", "each search is answered with 200 different LOCATIONs"},
+        {UpnpNoMaxAge, "upnp-no-max-age", "no CACHE-CONTROL, so that searchers drop it"},
+        {UpnpAdvertiseOnly, "upnp-advertise-only", "advertises, but answers no search"},
+        {UpnpChatty, "upnp-chatty", "advertises every second beside answering searches"},
     };
     return kNames;
 }
@@ -38,6 +60,10 @@ const std::vector<MisbehaviourName>& MisbehaviourNames() {
 std::string_view NameOf(Misbehaviour kind) {
     const auto& names = MisbehaviourNames();
     return std::ranges::find(names, kind, &MisbehaviourName::kind)->name;
+}
+
+bool IsUpnp(Misbehaviour kind) {
+    return NameOf(kind).starts_with("upnp-");
 }
 
 std::optional<Misbehaviour> MisbehaviourNamed(std::string_view name) {

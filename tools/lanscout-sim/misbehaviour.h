@@ -28,6 +28,27 @@ enum class Misbehaviour {
     QuietArp,
     Silent,
     DeviceOnly,
+    UpnpLocationNoPath,
+    UpnpLocationNoPort,
+    UpnpLocationOtherSubnet,
+    UpnpLocationLoopback,
+    UpnpLocationIpv6,
+    UpnpLocationNoUrl,
+    UpnpDescriptionEmpty,
+    UpnpDescriptionHuge,
+    UpnpDescriptionSlow,
+    UpnpDescriptionNotUtf8,
+    UpnpDescriptionNotXml,
+    UpnpDescriptionChunked,
+    UpnpDescriptionNotFound,
+    UpnpDescriptionRedirect,
+    UpnpDescriptionLyingLength,
+    UpnpDescriptionReset,
+    UpnpMarkup,
+    UpnpFlood,
+    UpnpNoMaxAge,
+    UpnpAdvertiseOnly,
+    UpnpChatty,
 };
 
 struct MisbehaviourName {
@@ -38,9 +59,11 @@ struct MisbehaviourName {
 
 const std::vector<MisbehaviourName>& MisbehaviourNames();
 std::string_view NameOf(Misbehaviour kind);
+// Whether it is a UPnP device that misbehaves so, and not a camera.
+bool IsUpnp(Misbehaviour kind);
 std::optional<Misbehaviour> MisbehaviourNamed(std::string_view name);
 
-// A part of all cameras that misbehaves in one way.
+// A part of all generated cameras, or UPnP devices, that misbehaves in one way.
 struct MisbehaviourShare {
     Misbehaviour kind;
     double share = 0;  // 0 to 1

@@ -2,7 +2,6 @@
 
 #include <string>
 
-#include "tools/lanscout-sim/address.h"
 #include "tools/lanscout-sim/descriptor.h"
 
 namespace lansim {
@@ -22,14 +21,5 @@ private:
     std::string m_path;  // empty: without a name
     Descriptor m_original;
 };
-
-// A tap device in the current namespace, up, with the searcher's address and the multicast
-// route, and the loopback device up too. The descriptor carries Ethernet frames, one a read or
-// write, without waiting; closing it removes the device. Throws SetupError.
-struct Tap {
-    Descriptor frames;
-    Mac mac{};
-};
-Tap MakeTap(const std::string& name, const Subnet& searcher);
 
 }  // namespace lansim

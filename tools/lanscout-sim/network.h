@@ -6,7 +6,9 @@
 
 namespace lansim {
 
-inline constexpr std::uint16_t kDiscoveryPort = 3702;
+inline constexpr std::uint16_t kDiscoveryPort = 3702;  // WS-Discovery
+inline constexpr std::uint16_t kSsdpPort = 1900;
+// Both protocols use the same group.
 inline constexpr Ipv4 kMulticastGroup{0xEFFFFFFA};  // 239.255.255.250
 
 using DatagramHandler = std::function<void(const Datagram&)>;

@@ -13,9 +13,10 @@ constexpr int kWrongUse = 2;
 constexpr std::size_t kDefaultCameras = 40;
 
 constexpr const char* kDescription =
-    R"(lanscout-sim: a network of simulated ONVIF cameras
+    R"(lanscout-sim: a network of simulated ONVIF cameras and UPnP devices
 
-Cameras answer WS-Discovery Probes as real ones do. In namespace mode each has an IPv4 and a MAC
+Cameras answer WS-Discovery Probes as real ones do; UPnP devices answer and advertise with
+SSDP and serve their descriptions over HTTP. In namespace mode each has an IPv4 and a MAC
 address of its own behind a tap device in a network namespace; in loopback mode, which needs no
 privileges, each is an address of 127.0.0.0/8.)";
 
@@ -25,6 +26,8 @@ constexpr const char* kExamples = R"(Examples:
                                              runs the command inside and ends with its status
   lanscout-sim --mode loopback --cameras 10  no privileges; search from 127.77.0.1
   lanscout-sim --misbehave not-xml=10% --misbehave duplicate=5% --loss 5 --stats -
+  lanscout-sim --cameras 20 --upnp 10 --netns lab
+                                             30 devices, five of them both kinds in one
   lanscout-sim --scenario office.json --capture office.pcap --seconds 30
 
 LANSCOUT_SIM_ADDRESS in the command's environment is the address to search from.
@@ -87,13 +90,17 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--cameras", options.cameras,
                    "number of generated cameras (40, or none with --scenario)")
         ->type_name("N");
+    app.add_option("--upnp", options.upnpDevices,
+                   "number of generated UPnP root devices; every other one is a camera too")
+        ->type_name("N");
     app.add_option("--seed", options.seed, "the same seed makes the same run")
         ->capture_default_str()
         ->type_name("S");
-    app.add_option("--scenario", options.scenarioFile, "named cameras from a JSON file")
+    app.add_option("--scenario", options.scenarioFile,
+                   "named cameras and UPnP devices from a JSON file")
         ->type_name("FILE");
     app.add_option("--misbehave", raw.shares,
-                   "a share of the generated cameras misbehaves, as in not-xml=10%; repeatable")
+                   "a share of the generated devices misbehaves, as in not-xml=10%; repeatable")
         ->check(CheckShare)
         ->allow_extra_args(false)
         ->type_name("KIND=SHARE");

@@ -2,14 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
-#include <random>
+#include <iterator>
 #include <set>
 #include <utility>
 
+#include "tools/lanscout-sim/random.h"
 #include "tools/lanscout-sim/reply.h"
-#include "tools/lanscout-sim/uuid.h"
 
 namespace lansim {
 namespace {
@@ -29,6 +30,25 @@ constexpr std::array<Maker, 5> kMakers = {{
     {"Quenlight", {"QL5M-Bullet", "QL8M-Turret", "QL2M-Door"}, 8899, false},
     {"Tarnvue", {"Tarn One", "Tarn Pro", "Tarn Outdoor+"}, 2020, true},
 }};
+
+struct CatalogueEntry {
+    std::string_view name;
+    std::string_view maker;
+    std::string_view model;
+    std::string_view kind;
+};
+
+// What else stands in a network, invented too.
+constexpr std::array<CatalogueEntry, 4> kCatalogue = {{
+    {"Gateway", "Pellworm", "GW-7", "InternetGatewayDevice"},
+    {"Meeting Room TV", "Orrin", "OT-55", "MediaRenderer"},
+    {"Attic Storage", "Stowell", "NS-220", "MediaServer"},
+    {"Office Printer", "Papyr", "Laser 9", "Printer"},
+}};
+
+constexpr std::uint16_t kHttpPort = 80;
+// The first of the dynamic ports, where UPnP stacks start looking.
+constexpr std::uint16_t kUpnpPort = 49152;
 
 constexpr std::array<std::string_view, 8> kPlaces = {
     "Main Gate", "Lobby", "Loading Dock", "Car Park North", "Roof", "Warehouse", "Corridor", "Yard",
@@ -68,7 +88,7 @@ public:
             return m_next;
         }
         throw SetupError(
-            fmt::format("{} cameras do not fit into {}; give a larger network, as in "
+            fmt::format("{} devices do not fit into {}; give a larger network, as in "
                         "--network 10.99.0.1/16",
                         wanted, ToText(m_network)));
     }
@@ -79,10 +99,10 @@ private:
     std::set<Ipv4> m_taken;
 };
 
-void FillIn(Camera& camera, std::size_t number, std::mt19937_64& random) {
-    const auto shape = static_cast<unsigned>(random() % ShapeCount());
-    const auto model = random() % 3;
-    const auto uuid = RandomUuid(random);
+void FillIn(Camera& camera, std::size_t number, Random& random) {
+    const auto shape = static_cast<unsigned>(random.Below(ShapeCount()));
+    const auto model = random.Below(3);
+    const auto uuid = random.Uuid();
     if (camera.uuid.empty())
         camera.uuid = uuid;
     if (camera.maker.empty()) {
@@ -97,38 +117,46 @@ void FillIn(Camera& camera, std::size_t number, std::mt19937_64& random) {
         camera.name = fmt::format("{} {}", kPlaces.at(number % kPlaces.size()), number + 1);
 }
 
-// Draws the cameras that misbehave; one camera misbehaves in one way at most.
-void Distribute(const std::vector<MisbehaviourShare>& shares, std::vector<Camera*> cameras,
-                std::mt19937_64& random) {
-    const auto total = static_cast<double>(cameras.size());
-    for (std::size_t i = cameras.size(); i > 1; --i)
-        std::swap(cameras[i - 1], cameras[random() % i]);
+// Draws those that misbehave; one device misbehaves in one way at most.
+template <typename Device>
+void Distribute(const std::vector<MisbehaviourShare>& shares, std::vector<Device*> devices,
+                const char* what, Random& random) {
+    const auto total = static_cast<double>(devices.size());
+    for (std::size_t i = devices.size(); i > 1; --i)
+        std::swap(devices[i - 1], devices[random.Below(i)]);
     std::size_t next = 0;
     for (const auto& [kind, share] : shares) {
         auto count = static_cast<std::size_t>(std::lround(share * total));
         if (count == 0 && share > 0)
             count = 1;
         for (; count > 0; --count) {
-            if (next == cameras.size())
+            if (next == devices.size())
                 throw SetupError(
                     fmt::format("the shares of --misbehave ask for more than the {} "
-                                "generated cameras; give less or raise --cameras",
-                                cameras.size()));
-            cameras[next++]->misbehaviours.insert(kind);
+                                "generated {}; give less, or make more of them",
+                                devices.size(), what));
+            devices[next++]->misbehaviours.insert(kind);
         }
     }
 }
 
-}  // namespace
+std::vector<MisbehaviourShare> SharesOf(const std::vector<MisbehaviourShare>& shares, bool ofUpnp) {
+    std::vector<MisbehaviourShare> wanted;
+    std::ranges::copy_if(shares, std::back_inserter(wanted),
+                         [&](const auto& share) { return IsUpnp(share.kind) == ofUpnp; });
+    return wanted;
+}
 
-std::vector<Camera> MakeCameras(const PopulationRequest& request) {
-    std::mt19937_64 random(request.seed);
-    Addresses addresses(request.network, request.firstHost);
-    std::vector<Camera> cameras = request.named;
-    for (const auto& camera : cameras) {
-        if (camera.ip != Ipv4{})
-            addresses.Take("camera \"" + camera.name + "\"", camera.ip);
-    }
+template <typename Device>
+std::vector<Device*> From(std::vector<Device>& devices, std::size_t first) {
+    std::vector<Device*> pointers;
+    for (std::size_t i = first; i < devices.size(); ++i)
+        pointers.push_back(&devices[i]);
+    return pointers;
+}
+
+void MakeCameras(const PopulationRequest& request, Addresses& addresses, Random& random,
+                 std::vector<Camera>& cameras) {
     for (std::size_t i = 0; i < request.generated; ++i) {
         Camera camera;
         camera.port = 0;
@@ -146,11 +174,88 @@ std::vector<Camera> MakeCameras(const PopulationRequest& request) {
         if (camera.mac == Mac{})
             camera.mac = MacFor(camera.ip);
     }
-    std::vector<Camera*> generated;
-    for (std::size_t i = request.named.size(); i < cameras.size(); ++i)
-        generated.push_back(&cameras[i]);
-    Distribute(request.shares, std::move(generated), random);
-    return cameras;
+    Distribute(SharesOf(request.shares, false), From(cameras, request.named.size()), "cameras",
+               random);
+}
+
+UpnpDevice OtherSideOf(const Camera& camera) {
+    UpnpDevice device;
+    device.name = camera.name;
+    device.maker = camera.maker;
+    device.model = camera.hardware;
+    device.ip = camera.ip;
+    device.mac = camera.mac;
+    return device;
+}
+
+UpnpDevice FromCatalogue(std::size_t number) {
+    const CatalogueEntry& entry = kCatalogue.at(number % kCatalogue.size());
+    UpnpDevice device;
+    device.name = fmt::format("{} {}", entry.name, number + 1);
+    device.maker = entry.maker;
+    device.model = entry.model;
+    device.kind = entry.kind;
+    return device;
+}
+
+void GenerateUpnp(const PopulationRequest& request, const std::vector<Camera>& cameras,
+                  std::vector<UpnpDevice>& devices) {
+    std::size_t nextCamera = request.named.size();
+    std::size_t nextOther = 0;
+    for (std::size_t i = 0; i < request.generatedUpnp; ++i) {
+        while (nextCamera < cameras.size() && !cameras[nextCamera].misbehaviours.empty())
+            ++nextCamera;
+        const bool isCamera = i % 2 == 0 && nextCamera < cameras.size();
+        devices.push_back(isCamera ? OtherSideOf(cameras[nextCamera++])
+                                   : FromCatalogue(nextOther++));
+    }
+}
+
+void Complete(UpnpDevice& device, const std::vector<Camera>& cameras, Addresses& addresses,
+              Random& random) {
+    const auto uuid = random.Uuid();
+    if (device.uuid.empty())
+        device.uuid = uuid;
+    if (device.ip == Ipv4{})
+        device.ip = addresses.TakeNext(1);
+    const auto camera = std::ranges::find(cameras, device.ip, &Camera::ip);
+    if (camera != cameras.end())
+        device.mac = camera->mac;
+    if (device.mac == Mac{})
+        device.mac = MacFor(device.ip);
+    if (device.Does(Misbehaviour::UpnpLocationNoPort))
+        device.port = kHttpPort;
+    if (device.port == 0)
+        device.port = kUpnpPort;
+}
+
+void TakeNamedAddresses(const PopulationRequest& request, Addresses& addresses) {
+    for (const auto& camera : request.named) {
+        if (camera.ip != Ipv4{})
+            addresses.Take("camera \"" + camera.name + "\"", camera.ip);
+    }
+    for (const auto& device : request.namedUpnp) {
+        const bool isCamera = std::ranges::count(request.named, device.ip, &Camera::ip) > 0;
+        if (device.ip != Ipv4{} && !isCamera)
+            addresses.Take("UPnP device \"" + device.name + "\"", device.ip);
+    }
+}
+
+}  // namespace
+
+Population MakePopulation(const PopulationRequest& request) {
+    Random random(request.seed);
+    Addresses addresses(request.network, request.firstHost);
+    Population population{request.named, request.namedUpnp};
+    TakeNamedAddresses(request, addresses);
+    MakeCameras(request, addresses, random, population.cameras);
+    auto& devices = population.upnpDevices;
+    GenerateUpnp(request, population.cameras, devices);
+    Distribute(SharesOf(request.shares, true), From(devices, request.namedUpnp.size()),
+               "UPnP devices", random);
+    for (auto& device : devices)
+        Complete(device, population.cameras, addresses, random);
+    return population;
 }
 
 }  // namespace lansim

@@ -6,32 +6,13 @@
 #include <algorithm>
 
 #include "tools/lanscout-sim/replyshapes.h"
+#include "tools/lanscout-sim/xmltext.h"
 
 namespace lansim {
 namespace {
 
 // More than the 4096 bytes that searchers commonly read, and more than two Ethernet frames.
 constexpr std::size_t kOversizeBytes = 6000;
-
-std::string Escape(std::string_view text) {
-    std::string out;
-    for (const char c : text) {
-        switch (c) {
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '&':
-                out += "&amp;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
 
 // RFC 3986: everything but the unreserved characters, so that a name never ends its scope.
 std::string PercentEncode(std::string_view text) {
@@ -101,17 +82,17 @@ std::string MatchText(const Camera& camera, const ReplyShape& shape,
         fmt::arg("types", TypesText(camera, shape)),
         fmt::arg("xaddrs",
                  hasXAddrs ? fmt::format(fmt::runtime(shape.xaddrs),
-                                         Escape(fmt::format("{}", fmt::join(xaddrs, separator))))
+                                         EscapeXml(fmt::format("{}", fmt::join(xaddrs, separator))))
                            : ""),
         fmt::arg("scopes", hasScopes
                                ? fmt::format(fmt::runtime(shape.scopes),
-                                             Escape(fmt::format("{}", fmt::join(scopes, " "))))
+                                             EscapeXml(fmt::format("{}", fmt::join(scopes, " "))))
                                : ""));
 }
 
 std::string Render(const Camera& camera, const Probe& probe, const ReplyIds& ids) {
     const ReplyShape& shape = kReplyShapes.at(camera.shape % kReplyShapes.size());
-    const std::string relates = Escape(probe.messageId);
+    const std::string relates = EscapeXml(probe.messageId);
     if (camera.Does(Misbehaviour::SoapFault))
         return fmt::format(fmt::runtime(kFaultShape), fmt::arg("relates", relates));
 

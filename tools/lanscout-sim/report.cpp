@@ -7,52 +7,88 @@
 #include <fstream>
 #include <iostream>
 
-#include "tools/lanscout-sim/population.h"
+#include "tools/lanscout-sim/setuperror.h"
 
 namespace lansim {
 
 using nlohmann::ordered_json;
 
-ordered_json DevicesReport(const std::vector<Camera>& cameras) {
+namespace {
+
+ordered_json KindsOf(const std::set<Misbehaviour>& misbehaviours) {
+    auto kinds = ordered_json::array();
+    for (const auto kind : misbehaviours)
+        kinds.push_back(NameOf(kind));
+    return kinds;
+}
+
+ordered_json ReportOf(const Camera& camera) {
+    return {{"kind", "onvif"},
+            {"name", camera.name},
+            {"maker", camera.maker},
+            {"ip", ToText(camera.ip)},
+            {"mac", ToText(camera.mac)},
+            {"port", camera.port},
+            {"hardware", camera.hardware},
+            {"uuid", camera.uuid},
+            {"misbehaviours", KindsOf(camera.misbehaviours)},
+            {"probesSeen", camera.probesSeen},
+            {"repliesSent", camera.repliesSent}};
+}
+
+ordered_json ReportOf(const UpnpDevice& device) {
+    return {{"kind", "upnp"},
+            {"name", device.name},
+            {"maker", device.maker},
+            {"model", device.model},
+            {"ip", ToText(device.ip)},
+            {"mac", ToText(device.mac)},
+            {"port", device.port},
+            {"location", LocationOf(device)},
+            {"uuid", device.uuid},
+            {"misbehaviours", KindsOf(device.misbehaviours)},
+            {"searchesSeen", device.searchesSeen},
+            {"answersSent", device.answersSent},
+            {"advertisementsSent", device.advertisementsSent},
+            {"descriptionsServed", device.descriptionsServed}};
+}
+
+}  // namespace
+
+ordered_json DevicesReport(const Population& population) {
     auto devices = ordered_json::array();
-    for (const auto& camera : cameras) {
-        auto kinds = ordered_json::array();
-        for (const auto kind : camera.misbehaviours)
-            kinds.push_back(NameOf(kind));
-        devices.push_back({{"kind", "onvif"},
-                           {"name", camera.name},
-                           {"maker", camera.maker},
-                           {"ip", ToText(camera.ip)},
-                           {"mac", ToText(camera.mac)},
-                           {"port", camera.port},
-                           {"hardware", camera.hardware},
-                           {"uuid", camera.uuid},
-                           {"misbehaviours", kinds},
-                           {"probesSeen", camera.probesSeen},
-                           {"repliesSent", camera.repliesSent}});
-    }
+    for (const auto& camera : population.cameras)
+        devices.push_back(ReportOf(camera));
+    for (const auto& device : population.upnpDevices)
+        devices.push_back(ReportOf(device));
     return devices;
 }
 
-ordered_json CountsReport(const ResponderCounts& counts, const TapCounts* tap) {
+ordered_json CountsReport(const AllCounts& counts) {
     auto refused = ordered_json::object();
-    for (const auto& [error, count] : counts.refused)
+    for (const auto& [error, count] : counts.cameras.refused)
         refused[std::string(NameOf(error))] = count;
-    ordered_json report = {{"datagrams", counts.datagrams},
-                           {"probes", counts.probes},
+    ordered_json report = {{"datagrams", counts.cameras.datagrams},
+                           {"probes", counts.cameras.probes},
                            {"refused", refused},
-                           {"probesLost", counts.probesLost},
-                           {"repliesSent", counts.repliesSent},
-                           {"repliesLost", counts.repliesLost},
-                           {"sendsRepeated", counts.sendsRepeated},
-                           {"sendsFailed", counts.sendsFailed}};
-    if (tap != nullptr) {
-        report["framesHeard"] = tap->framesHeard;
-        report["framesSent"] = tap->framesSent;
-        report["arpRequestsHeard"] = tap->arpRequestsHeard;
-        report["arpRepliesSent"] = tap->arpRepliesSent;
-        report["arpRequestsSent"] = tap->arpRequestsSent;
-        report["echoRepliesSent"] = tap->echoRepliesSent;
+                           {"probesLost", counts.cameras.probesLost},
+                           {"ssdpDatagrams", counts.upnp.datagrams},
+                           {"searches", counts.upnp.searches},
+                           {"searchesLost", counts.upnp.searchesLost},
+                           {"repliesSent", counts.outbox.sent},
+                           {"repliesLost", counts.outbox.lost},
+                           {"sendsRepeated", counts.outbox.repeated},
+                           {"sendsFailed", counts.outbox.failed}};
+    if (counts.tap != nullptr) {
+        const TapCounts& tap = *counts.tap;
+        report.update({{"framesHeard", tap.framesHeard},
+                       {"framesSent", tap.framesSent},
+                       {"arpRequestsHeard", tap.arpRequestsHeard},
+                       {"arpRepliesSent", tap.arpRepliesSent},
+                       {"arpRequestsSent", tap.arpRequestsSent},
+                       {"echoRepliesSent", tap.echoRepliesSent},
+                       {"tcpPacketsHeard", tap.tcpPacketsHeard},
+                       {"tcpPacketsSent", tap.tcpPacketsSent}});
     }
     return report;
 }

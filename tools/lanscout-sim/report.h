@@ -2,18 +2,24 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
 
-#include "tools/lanscout-sim/camera.h"
+#include "tools/lanscout-sim/population.h"
 #include "tools/lanscout-sim/responder.h"
 #include "tools/lanscout-sim/tapnetwork.h"
+#include "tools/lanscout-sim/upnpresponder.h"
 
 namespace lansim {
 
 // Who is there, with what became of each; the format is described in docs/simulator.md.
-nlohmann::ordered_json DevicesReport(const std::vector<Camera>& cameras);
+nlohmann::ordered_json DevicesReport(const Population& population);
 
-nlohmann::ordered_json CountsReport(const ResponderCounts& counts, const TapCounts* tap);
+struct AllCounts {
+    const ResponderCounts& cameras;
+    const UpnpResponderCounts& upnp;
+    const OutboxCounts& outbox;
+    const TapCounts* tap = nullptr;  // null in loopback mode
+};
+nlohmann::ordered_json CountsReport(const AllCounts& counts);
 
 // "-" is standard output. Throws SetupError.
 void WriteReport(const nlohmann::ordered_json& report, const std::string& fileName);

@@ -8,8 +8,8 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "tools/lanscout-sim/population.h"
 #include "tools/lanscout-sim/reply.h"
+#include "tools/lanscout-sim/setuperror.h"
 
 namespace lansim {
 namespace {
@@ -81,18 +81,20 @@ void ReadTypes(Reader& reader, Camera& camera) {
                         types.front()));
 }
 
-void ReadMisbehaviours(Reader& reader, Camera& camera) {
+std::set<Misbehaviour> ReadMisbehaviours(Reader& reader, bool ofUpnp) {
+    std::set<Misbehaviour> kinds;
     std::vector<std::string> names;
     reader.Read("misbehave", names);
     for (const auto& name : names) {
         const auto kind = MisbehaviourNamed(name);
-        if (!kind)
+        if (!kind || IsUpnp(*kind) != ofUpnp)
             reader.Fail(
-                fmt::format("misbehaviour \"{}\" is not known; lanscout-sim --help lists "
+                fmt::format("misbehaviour \"{}\" is not known here; lanscout-sim --help lists "
                             "them",
                             name));
-        camera.misbehaviours.insert(*kind);
+        kinds.insert(*kind);
     }
+    return kinds;
 }
 
 Camera ReadCamera(const json& object, const std::string& place) {
@@ -112,12 +114,31 @@ Camera ReadCamera(const json& object, const std::string& place) {
     reader.ReadText("ip", camera.ip, ParseIpv4, "an IPv4 address");
     reader.ReadText("mac", camera.mac, ParseMac, "a MAC address as 02:4C:00:00:00:01");
     ReadTypes(reader, camera);
-    ReadMisbehaviours(reader, camera);
+    camera.misbehaviours = ReadMisbehaviours(reader, false);
     reader.RefuseUnknownKeys();
     if (camera.shape >= ShapeCount())
         reader.Fail(
             fmt::format("\"shape\" is {}; it takes 0 to {}", camera.shape, ShapeCount() - 1));
     return camera;
+}
+
+UpnpDevice ReadUpnpDevice(const json& object, const std::string& place) {
+    Reader reader(object, place);
+    UpnpDevice device;
+    device.name = "Device";
+    device.maker = "Named";
+    device.model = "Device";
+    reader.Read("name", device.name);
+    reader.Read("maker", device.maker);
+    reader.Read("model", device.model);
+    reader.Read("kind", device.kind);
+    reader.Read("uuid", device.uuid);
+    reader.Read("port", device.port);
+    reader.ReadText("ip", device.ip, ParseIpv4, "an IPv4 address");
+    reader.ReadText("mac", device.mac, ParseMac, "a MAC address as 02:4C:00:00:00:01");
+    device.misbehaviours = ReadMisbehaviours(reader, true);
+    reader.RefuseUnknownKeys();
+    return device;
 }
 
 }  // namespace
@@ -134,12 +155,17 @@ Scenario ParseScenario(const std::string& text, const std::string& source) {
     std::string title;
     reader.Read("title", title);
     reader.Read("cameras", cameras);
+    std::vector<json> upnpDevices;
+    reader.Read("upnp", upnpDevices);
     reader.RefuseUnknownKeys();
 
     Scenario scenario;
     for (std::size_t i = 0; i < cameras.size(); ++i)
         scenario.cameras.push_back(
             ReadCamera(cameras[i], fmt::format("{}: cameras[{}]", source, i)));
+    for (std::size_t i = 0; i < upnpDevices.size(); ++i)
+        scenario.upnpDevices.push_back(
+            ReadUpnpDevice(upnpDevices[i], fmt::format("{}: upnp[{}]", source, i)));
     return scenario;
 }
 

@@ -4,11 +4,13 @@
 #include <vector>
 
 #include "tools/lanscout-sim/camera.h"
+#include "tools/lanscout-sim/upnpdevice.h"
 
 namespace lansim {
 
 struct Scenario {
-    std::vector<Camera> cameras;  // what a camera leaves open is empty or 0
+    std::vector<Camera> cameras;  // what a device leaves open is empty or 0
+    std::vector<UpnpDevice> upnpDevices;
 };
 
 // The format is described in docs/simulator.md. Throws SetupError that names the place and what

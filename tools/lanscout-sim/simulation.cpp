@@ -5,17 +5,22 @@
 #include <signal.h>
 #include <sys/signalfd.h>
 
+#include <algorithm>
 #include <array>
 #include <memory>
 
 #include "tools/lanscout-sim/command.h"
+#include "tools/lanscout-sim/descriptionserver.h"
+#include "tools/lanscout-sim/hosts.h"
 #include "tools/lanscout-sim/loopbacknetwork.h"
 #include "tools/lanscout-sim/netns.h"
+#include "tools/lanscout-sim/peerstack.h"
 #include "tools/lanscout-sim/population.h"
 #include "tools/lanscout-sim/report.h"
 #include "tools/lanscout-sim/responder.h"
 #include "tools/lanscout-sim/scenario.h"
 #include "tools/lanscout-sim/tapnetwork.h"
+#include "tools/lanscout-sim/upnpresponder.h"
 
 namespace lansim {
 namespace {
@@ -38,19 +43,27 @@ Descriptor MakeSignalDescriptor() {
     return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
-// A scenario written for namespace mode serves on loopback too: each camera keeps its number in
+// A scenario written for namespace mode serves on loopback too: each device keeps its number in
 // the network.
-void MoveInto(const Subnet& subnet, std::vector<Camera>& cameras) {
-    for (auto& camera : cameras) {
-        if (camera.ip != Ipv4{})
-            camera.ip.value = subnet.Network().value | (camera.ip.value & ~subnet.Mask().value);
+template <typename Device>
+void MoveInto(const Subnet& subnet, std::vector<Device>& devices) {
+    for (auto& device : devices) {
+        if (device.ip != Ipv4{})
+            device.ip.value = subnet.Network().value | (device.ip.value & ~subnet.Mask().value);
     }
+}
+
+void Sooner(TimePoint& due, const std::optional<TimePoint>& other) {
+    if (other)
+        due = std::min(due, *other);
 }
 
 class Simulation {
 public:
     explicit Simulation(const Options& options)
-        : m_options(options), m_signals(MakeSignalDescriptor()) {
+        : m_options(options),
+          m_signals(MakeSignalDescriptor()),
+          m_outbox(options.seed + 1, options.replyLossPercent / 100) {
         if (!options.scenarioFile.empty())
             m_scenario = ReadScenario(options.scenarioFile);
         if (!options.captureFile.empty())
@@ -60,7 +73,9 @@ public:
     int Run() {
         MakeNetwork();
         if (!m_options.devicesFile.empty())
-            WriteReport({{"devices", DevicesReport(m_cameras)}}, m_options.devicesFile);
+            WriteReport({{"devices", DevicesReport(m_population)}}, m_options.devicesFile);
+        m_upnp->SayAlive(Clock::now());
+        m_outbox.SendDue(Clock::now(), *m_network);
         fmt::print(m_options.command.empty() ? stdout : stderr, "{}\n", ReadyLine());
         std::fflush(stdout);
         if (!m_options.command.empty())
@@ -70,6 +85,8 @@ public:
         Loop();
         const int status = m_command ? m_command->ExitStatus().value_or(0) : 0;
         m_command.reset();
+        m_upnp->SayByebye(Clock::now());
+        m_outbox.SendDue(Clock::now(), *m_network);
         if (!m_options.statsFile.empty())
             WriteReport(Stats(), m_options.statsFile);
         return status;
@@ -95,8 +112,11 @@ private:
 
     void MakeNamespace() {
         m_namespace = std::make_unique<NetworkNamespace>(m_options.netns);
-        auto network =
-            std::make_unique<TapNetwork>(m_options.tap, m_subnet, m_cameras, m_capture.get());
+        auto network = std::make_unique<TapNetwork>(m_options.tap, m_subnet, HostsOf(m_population),
+                                                    m_capture.get());
+        if (!m_population.upnpDevices.empty())
+            network->Attach(
+                MakePeerStack(m_subnet, UpnpAddresses(), [this] { ServeEverywhere(); }));
         m_tapCounts = &network->Counts();
         m_network = std::move(network);
     }
@@ -109,18 +129,41 @@ private:
                             "leave --network out or give one as 127.77.0.1/16",
                             ToText(subnet)));
         MoveInto(subnet, m_scenario.cameras);
+        MoveInto(subnet, m_scenario.upnpDevices);
         Populate(kLoopbackNetwork, kLoopbackFirstHost);
-        m_network = std::make_unique<LoopbackNetwork>(m_cameras, m_capture.get());
+        m_network = std::make_unique<LoopbackNetwork>(HostsOf(m_population), m_capture.get());
+        for (const auto& device : m_population.upnpDevices)
+            m_server->Listen({device.ip, device.port});
     }
 
     void Populate(const Subnet& defaultNetwork, std::uint32_t firstHost) {
         m_subnet = m_options.network.value_or(defaultNetwork);
-        m_cameras = MakeCameras({m_subnet, firstHost, m_options.cameras, m_options.seed,
-                                 m_scenario.cameras, m_options.shares});
-        m_responder = std::make_unique<Responder>(
-            m_cameras,
-            ResponderOptions{m_options.seed, m_options.maxDelay, m_options.probeLossPercent / 100,
-                             m_options.replyLossPercent / 100});
+        m_population = MakePopulation({m_subnet, firstHost, m_options.cameras,
+                                       m_options.upnpDevices, m_options.seed, m_scenario.cameras,
+                                       m_scenario.upnpDevices, m_options.shares});
+        const double loss = m_options.probeLossPercent / 100;
+        m_cameras = std::make_unique<Responder>(
+            m_population.cameras, ResponderOptions{m_options.seed, m_options.maxDelay, loss},
+            m_outbox);
+        m_upnp = std::make_unique<UpnpResponder>(
+            m_population.upnpDevices,
+            UpnpResponderOptions{m_options.seed, m_options.maxDelay, loss}, m_outbox);
+        m_server = std::make_unique<DescriptionServer>(m_population.upnpDevices);
+    }
+
+    std::set<Ipv4> UpnpAddresses() const {
+        std::set<Ipv4> addresses;
+        for (const auto& device : m_population.upnpDevices)
+            addresses.insert(device.ip);
+        return addresses;
+    }
+
+    void ServeEverywhere() {
+        std::set<std::uint16_t> ports;
+        for (const auto& device : m_population.upnpDevices)
+            ports.insert(device.port);
+        for (const auto port : ports)
+            m_server->Listen({Ipv4{}, port});
     }
 
     std::string ReadyLine() const {
@@ -129,22 +172,34 @@ private:
             : m_options.netns.empty()
                 ? fmt::format("{} in a namespace without a name", m_options.tap)
                 : fmt::format("{} in netns {}", m_options.tap, m_options.netns);
-        return fmt::format("ready: {} cameras, mode {}, search from {} ({})", m_cameras.size(),
+        const auto upnp = m_population.upnpDevices.size();
+        return fmt::format("ready: {} cameras{}, mode {}, search from {} ({})",
+                           m_population.cameras.size(),
+                           upnp == 0 ? "" : fmt::format(", {} UPnP devices", upnp),
                            m_namespace ? "namespace" : "loopback", ToText(m_subnet.address), where);
     }
 
     void Loop() {
-        std::array<pollfd, 2> waits = {
-            {{m_network->Descriptor(), POLLIN, 0}, {m_signals.Get(), POLLIN, 0}}};
+        std::array<pollfd, 3> waits = {{{m_network->Descriptor(), POLLIN, 0},
+                                        {m_server->Descriptor(), POLLIN, 0},
+                                        {m_signals.Get(), POLLIN, 0}}};
         while (!IsOver()) {
             const timespec timeout = UntilNextDue();
             ppoll(waits.data(), waits.size(), &timeout, nullptr);
-            m_network->Receive([this](const Datagram& datagram) {
-                m_responder->OnDatagram(datagram, Clock::now());
-            });
-            m_responder->SendDue(Clock::now(), *m_network);
+            m_network->Receive([this](const Datagram& datagram) { Take(datagram); });
+            m_upnp->Run(Clock::now());
+            m_outbox.SendDue(Clock::now(), *m_network);
+            if (!m_population.upnpDevices.empty())
+                m_server->Run(Clock::now());
             TakeSignals();
         }
+    }
+
+    void Take(const Datagram& datagram) {
+        if (datagram.to.port == kDiscoveryPort)
+            m_cameras->OnDatagram(datagram, Clock::now());
+        else if (datagram.to.port == kSsdpPort)
+            m_upnp->OnDatagram(datagram, Clock::now());
     }
 
     timespec UntilNextDue() const {
@@ -152,10 +207,10 @@ private:
         constexpr nanoseconds kLongest = std::chrono::seconds(60);
         constexpr long kNanosecondsPerSecond = 1000000000;
         TimePoint due = Clock::now() + kLongest;
-        if (m_end)
-            due = std::min(due, *m_end);
-        if (const auto reply = m_responder->NextDue())
-            due = std::min(due, *reply);
+        Sooner(due, m_end);
+        Sooner(due, m_outbox.NextDue());
+        Sooner(due, m_upnp->NextDue());
+        Sooner(due, m_server->NextDue(Clock::now()));
         const auto wait = std::max(nanoseconds(0), nanoseconds(due - Clock::now())).count();
         return {wait / kNanosecondsPerSecond, wait % kNanosecondsPerSecond};
     }
@@ -180,8 +235,9 @@ private:
         return {{"mode", m_namespace ? "namespace" : "loopback"},
                 {"address", ToText(m_subnet.address)},
                 {"seed", m_options.seed},
-                {"counts", CountsReport(m_responder->Counts(), m_tapCounts)},
-                {"devices", DevicesReport(m_cameras)}};
+                {"counts", CountsReport({m_cameras->Counts(), m_upnp->Counts(), m_outbox.Counts(),
+                                         m_tapCounts})},
+                {"devices", DevicesReport(m_population)}};
     }
 
     const Options& m_options;
@@ -189,10 +245,13 @@ private:
     Scenario m_scenario;
     std::unique_ptr<Capture> m_capture;
     Subnet m_subnet;
-    std::vector<Camera> m_cameras;
-    std::unique_ptr<Responder> m_responder;
+    Population m_population;
+    Outbox m_outbox;
+    std::unique_ptr<Responder> m_cameras;
+    std::unique_ptr<UpnpResponder> m_upnp;
     // The namespace must outlive what was made in it.
     std::unique_ptr<NetworkNamespace> m_namespace;
+    std::unique_ptr<DescriptionServer> m_server;
     std::unique_ptr<Network> m_network;
     const TapCounts* m_tapCounts = nullptr;
     std::unique_ptr<Command> m_command;

@@ -2,11 +2,12 @@
 
 #include <map>
 #include <set>
+#include <vector>
 
-#include "tools/lanscout-sim/camera.h"
 #include "tools/lanscout-sim/capture.h"
+#include "tools/lanscout-sim/descriptor.h"
 #include "tools/lanscout-sim/frames.h"
-#include "tools/lanscout-sim/netns.h"
+#include "tools/lanscout-sim/hosts.h"
 #include "tools/lanscout-sim/network.h"
 
 namespace lansim {
@@ -18,41 +19,52 @@ struct TapCounts {
     std::uint64_t arpRepliesSent = 0;
     std::uint64_t arpRequestsSent = 0;
     std::uint64_t echoRepliesSent = 0;
+    std::uint64_t tcpPacketsHeard = 0;
+    std::uint64_t tcpPacketsSent = 0;
 };
 
-// All devices behind one tap, each a host with its own IPv4 and Ethernet address.
+// All hosts behind one tap, each with its own IPv4 and Ethernet address.
 class TapNetwork : public Network {
 public:
-    // `capture` may be null; it and the cameras stay the caller's.
+    // Makes the tap in the current network namespace, with the searcher's address and the
+    // multicast route. `capture` may be null; it stays the caller's. Throws SetupError.
     TapNetwork(const std::string& device, const Subnet& searcher,
-               const std::vector<Camera>& cameras, Capture* capture);
+               const std::vector<SimulatedHost>& hosts, Capture* capture);
 
-    int Descriptor() const override { return m_tap.frames.Get(); }
+    // TCP to and from the hosts goes through this tun device from now on.
+    void Attach(lansim::Descriptor peerStack);
+
+    int Descriptor() const override { return m_ready.Get(); }
     void Receive(const DatagramHandler& handler) override;
     SendResult Send(const Datagram& datagram) override;
 
     const TapCounts& Counts() const { return m_counts; }
 
 private:
-    struct Device {
+    struct Host {
         Mac mac{};
         bool answersArp = true;
         bool asksArp = true;
         std::set<Ipv4> asked;  // whose MAC it has asked for
     };
 
+    void Watch(int fd);
     void Handle(std::string_view frame, const DatagramHandler& handler);
     void Handle(const ArpRequest& request);
     void Handle(const EchoRequest& request);
+    void Handle(const TcpPacket& packet);
     void Handle(const UdpFrame& frame, const DatagramHandler& handler);
-    SendResult AskForMac(Device& device, Ipv4 own, Ipv4 peer);
+    void PassOn(std::string_view packet);
+    SendResult AskForMac(Host& host, Ipv4 own, Ipv4 peer);
     SendResult Write(std::string_view frame);
 
-    Tap m_tap;
+    lansim::Descriptor m_ready;
+    lansim::Descriptor m_tap;
+    lansim::Descriptor m_peerStack;
     Capture* m_capture;
     TapCounts m_counts;
-    std::map<Ipv4, Device> m_devices;
-    std::map<Ipv4, Mac> m_peers;  // whom the devices have heard
+    std::map<Ipv4, Host> m_hosts;
+    std::map<Ipv4, Mac> m_peers;  // whom the hosts have heard
     std::uint16_t m_nextIpId = 1;
 };
 

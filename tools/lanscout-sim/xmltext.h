@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace lansim {
+
+// The text as the content of an XML element.
+std::string EscapeXml(std::string_view text);
+
+}  // namespace lansim
