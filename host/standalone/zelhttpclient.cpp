@@ -124,7 +124,7 @@ bool Restrict(CURL* curl) {
            Set(curl, CURLOPT_PROXY, "") &&  // also none from the environment
            Set(curl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED)) &&
            Set(curl, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L) && Set(curl, CURLOPT_NOSIGNAL, 1L) &&
-           Set(curl, CURLOPT_PATH_AS_IS, 1L) && Set(curl, CURLOPT_HTTP09_ALLOWED, 0L) &&
+           Set(curl, CURLOPT_PATH_AS_IS, 1L) &&
            Set(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1)) &&
            // A coded body was not asked for; it is handed on as it came.
            Set(curl, CURLOPT_HTTP_CONTENT_DECODING, 0L) &&

@@ -166,6 +166,14 @@ TEST(HttpAnswerTest, HugePromisesFail) {
     }
 }
 
+TEST(HttpAnswerTest, HugePromiseIsNotWaitedFor) {
+    const ScriptedServer server([](const ScriptedConnection& connection) {
+        connection.Send(WithLength("2147483647", "<root"));
+        connection.WaitForClose(10'000);
+    });
+    EXPECT_LT(Took([&] { ExpectFailed(Fetch(server.Port())); }), milliseconds(4000));
+}
+
 TEST(HttpAnswerTest, SameLengthTwiceIsTakenOnce) {
     const FetchResult result =
         FetchAnswer("HTTP/1.1 200 OK\r\nContent-Length: 2\r\nContent-Length: 2\r\n\r\nok");

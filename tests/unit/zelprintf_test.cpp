@@ -211,6 +211,8 @@ TEST_F(ZelPrintfTest, InvalidUtf8IsEscapedByteByByte) {
         {"\xc0\x8a", "\\xc0\\x8a"},                    // overlong line feed
         {"\xe0\x80\x8a", "\\xe0\\x80\\x8a"},           // overlong line feed
         {"\xf0\x80\x80\x8a", "\\xf0\\x80\\x80\\x8a"},  // overlong line feed
+        {"\xe0\x80\xaf", "\\xe0\\x80\\xaf"},           // overlong slash
+        {"\xf0\x80\x80\xaf", "\\xf0\\x80\\x80\\xaf"},  // overlong slash
         {"\xed\xa0\x80", "\\xed\\xa0\\x80"},           // surrogate
         {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},  // above U+10FFFF
         {"\xf8\x88\x80\x80\x80", "\\xf8\\x88\\x80\\x80\\x80"},
