@@ -5,8 +5,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
+#include <vector>
 
 #include "fuzz/check.h"
+#include "tools/lanscout/compare.h"
 #include "tools/lanscout/devicejson.h"
 
 namespace {
@@ -29,20 +32,33 @@ void CheckDevice(const Device& device) {
     Check(again.has_value() && *again == device, "what is written reads back the same");
 }
 
+void CheckComparison(const LanscoutTool::Comparison& comparison) {
+    for (const bool aligned : {false, true}) {
+        const std::string text = LanscoutTool::ComparisonText(comparison, aligned);
+        Check(std::none_of(text.begin(), text.end(),
+                           [](unsigned char c) {
+                               return (c < 0x20 && c != '\n' && c != '\t') || c == 0x7F;
+                           }),
+              "a comparison has no control characters");
+    }
+    Check(IsHarmless(LanscoutTool::DumpDocument(LanscoutTool::ComparisonToJson(comparison))),
+          "a comparison's document is ASCII");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view text(reinterpret_cast<const char*>(data), size);
-    const Json json = Json::parse(text, nullptr, false);
-    const auto devices = json.is_object() ? json.find("devices") : json.end();
-    if (!json.is_object() || devices == json.end() || !devices->is_array()) {
-        LanscoutTool::DeviceFromJson(json);
+    const auto read =
+        LanscoutTool::DevicesFromDocument({reinterpret_cast<const char*>(data), size});
+    if (const auto* const problem = std::get_if<std::string>(&read)) {
+        Check(IsHarmless(*problem), "what is wrong is said in ASCII");
         return 0;
     }
-    for (const Json& entry : *devices) {
-        if (const auto device = LanscoutTool::DeviceFromJson(entry)) {
-            CheckDevice(*device);
-        }
+    const auto& devices = std::get<std::vector<Device>>(read);
+    for (const Device& device : devices) {
+        CheckDevice(device);
     }
+    CheckComparison(LanscoutTool::Compare(devices, {}));
+    CheckComparison(LanscoutTool::Compare(devices, {devices.rbegin(), devices.rend()}));
     return 0;
 }

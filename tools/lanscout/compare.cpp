@@ -18,7 +18,8 @@ Json DevicesToJson(const std::vector<Device>& devices) {
 }
 
 std::string Line(const char* what, const Device& device, const std::string& changes, bool aligned) {
-    const std::string mac = device.mac.empty() ? "-" : device.mac;
+    // An earlier document, edited or not ours, may have any text there.
+    const std::string mac = device.mac.empty() ? "-" : ForDisplay(device.mac);
     const std::string shown = WhatItIs(device).empty() ? "-" : ForDisplay(WhatItIs(device));
     std::string line = aligned
                            ? fmt::format("{:<8} {:<15}  {:<17}  {}", what, device.ip, mac, shown)

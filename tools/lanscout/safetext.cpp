@@ -79,8 +79,7 @@ std::string ToKeptText(std::string_view bytes) {
         end = next;
         next += CharacterAt(text, next).length;
     }
-    text.resize(end);
-    return text;
+    return std::string(TrimWhiteSpace(std::string_view(text).substr(0, end)));  // of the cut's end
 }
 
 std::string DecodePercent(std::string_view text) {
