@@ -37,14 +37,18 @@ const char* TextOrEmpty(const xmlChar* text) {
     return text == nullptr ? "" : reinterpret_cast<const char*>(text);
 }
 
+// An element without a name is what libxml2 makes of one when memory runs out.
+bool AreNamesakes(const xmlNode& a, const xmlNode& b) {
+    return a.name != nullptr && b.name != nullptr && a.name[0] == b.name[0] &&
+           xmlStrEqual(a.name, b.name) != 0;
+}
+
 bool HasNamesakeAbove(const xmlNode* element) {
-    for (const xmlNode* above = element->parent; above->type == XML_ELEMENT_NODE;
-         above = above->parent) {
-        if (above->name[0] == element->name[0] && xmlStrEqual(above->name, element->name) != 0) {
-            return true;
-        }
+    const xmlNode* above = element->parent;
+    while (above->type == XML_ELEMENT_NODE && !AreNamesakes(*above, *element)) {
+        above = above->parent;
     }
-    return false;
+    return above->type == XML_ELEMENT_NODE;
 }
 
 // The parser has bounded the depth.

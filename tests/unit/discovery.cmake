@@ -66,6 +66,8 @@ lanscout_search_test(probematch_test LIBS fake_xml WRAP ${fake_xml_wrap})
 lanscout_unit_test(maclookup_test LIBS lanscout_objects_unbounded recording_host fake_system
                    WRAP ${fake_system_wrap})
 lanscout_search_test(discoverythread_test LIBS fake_system WRAP ${fake_system_wrap})
+lanscout_unit_test(allocation_test LIBS lanscout_objects_unbounded fake_system
+                   WRAP ${fake_system_wrap})
 
 # Replies that are made to hurt.
 add_library(worst_xml STATIC worstxml.cpp)
