@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <charconv>
-#include <regex>
 
 namespace lansim {
 
@@ -32,12 +31,17 @@ std::optional<Ipv4> ParseIpv4(const std::string& text) {
 }
 
 std::optional<Mac> ParseMac(const std::string& text) {
-    static const std::regex kShape("[0-9A-Fa-f]{2}(:[0-9A-Fa-f]{2}){5}");
-    if (!std::regex_match(text, kShape))
+    constexpr std::size_t kTextBytes = 17;
+    if (text.size() != kTextBytes)
         return std::nullopt;
     Mac mac{};
-    for (std::size_t i = 0; i < mac.size(); ++i)
-        std::from_chars(&text[3 * i], &text[3 * i] + 2, mac.at(i), 16);
+    for (std::size_t i = 0; i < mac.size(); ++i) {
+        const char* digits = &text[3 * i];
+        const auto [end, error] = std::from_chars(digits, digits + 2, mac.at(i), 16);
+        const bool isJoined = i + 1 == mac.size() || digits[2] == ':';
+        if (error != std::errc{} || end != digits + 2 || !isJoined)
+            return std::nullopt;
+    }
     return mac;
 }
 

@@ -65,14 +65,15 @@ bool ScopeMatches(const std::string& asked, const std::string& owned, const std:
 }
 
 bool Matches(const Probe& probe, const Camera& camera) {
+    if (!std::ranges::all_of(probe.types, [&](const auto& type) { return HasType(camera, type); }))
+        return false;
+    if (probe.scopes.empty())
+        return true;
     const auto scopes = ScopesOf(camera);
-    return std::ranges::all_of(probe.types,
-                               [&](const auto& type) { return HasType(camera, type); }) &&
-           std::ranges::all_of(probe.scopes, [&](const auto& asked) {
-               return std::ranges::any_of(scopes, [&](const auto& owned) {
-                   return ScopeMatches(asked, owned, probe.matchBy);
-               });
-           });
+    return std::ranges::all_of(probe.scopes, [&](const auto& asked) {
+        return std::ranges::any_of(
+            scopes, [&](const auto& owned) { return ScopeMatches(asked, owned, probe.matchBy); });
+    });
 }
 
 }  // namespace lansim

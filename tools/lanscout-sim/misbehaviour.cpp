@@ -48,7 +48,7 @@ const std::vector<MisbehaviourName>& MisbehaviourNames() {
         {UpnpDescriptionLyingLength, "upnp-lying-length",
          "Content-Length says 2147483647, then comes less"},
         {UpnpDescriptionReset, "upnp-reset", "the connection is reset in the description's middle"},
-        {UpnpMarkup, "upnp-markup", "HTML and a control character in the friendly name"},
+        {UpnpMarkup, "upnp-markup", "HTML and escape sequences in the friendly name"},
         {UpnpFlood, "upnp-flood", "each search is answered with 200 different LOCATIONs"},
         {UpnpNoMaxAge, "upnp-no-max-age", "no CACHE-CONTROL, so that searchers drop it"},
         {UpnpAdvertiseOnly, "upnp-advertise-only", "advertises, but answers no search"},

@@ -42,10 +42,11 @@ std::string DescriptionOf(const UpnpDevice& device) {
     std::string name = EscapeXml(device.name);
     if (device.Does(Misbehaviour::UpnpDescriptionNotUtf8))
         name += " \xE9\xFC\xFF";  // Latin-1 in a document that says UTF-8
-    // No XML document can hold a raw escape character, so this is one of HTML and one of C1.
+    // The escape character makes the document ill-formed; whoever cuts the name out as text
+    // meets it all the same. The other one is its form in C1, which XML allows.
     if (device.Does(Misbehaviour::UpnpMarkup))
         name +=
-            " &lt;script&gt;alert(1)&lt;/script&gt; \xC2\x9B"
+            " &lt;script&gt;alert(1)&lt;/script&gt; \x1B[31m \xC2\x9B"
             "31m";
     return fmt::format(R"(<?xml version="1.0" encoding="UTF-8"?>
 <root xmlns="urn:schemas-upnp-org:device-1-0">
