@@ -36,6 +36,30 @@ void OneLoadOneCompare(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kSitesInLoop);
 }
 
+// What the gate has to read of a record that refuses: the record's place, the category's level, the
+// process id, the number of process entries.
+void FloorOfRecord() {
+    ZelDbgLogCfg* const config = DbgLog::Load(g_pDbgLogCfg);
+    if (config == nullptr || DbgLog::Load(config->aCategLevel[LOG_CATEG_DISCOVERY]) >= 4 ||
+        DbgLog::Load(g_DbgLogPid) == 0 || DbgLog::Load(config->nProcCount) > 0) {
+        Print();
+    }
+}
+
+void FourLoadsFourCompares(benchmark::State& state) {
+    StandaloneHost::AttachLogConfig();
+    g_DbgLogPid = static_cast<int>(getpid());
+    for (auto _ : state) {
+        for (int i = 0; i < kSitesInLoop; i += 4) {
+            FloorOfRecord();
+            FloorOfRecord();
+            FloorOfRecord();
+            FloorOfRecord();
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * kSitesInLoop);
+}
+
 void Refuse(benchmark::State& state) {
     for (auto _ : state) {
         for (int i = 0; i < kSitesInLoop; i += 4) {
@@ -75,5 +99,6 @@ double Least(const std::vector<double>& times) {
 
 BENCHMARK(OneLoadOneCompare)->Repetitions(15)->ComputeStatistics("least", Least);
 BENCHMARK(GateWithoutConfiguration)->Repetitions(15)->ComputeStatistics("least", Least);
+BENCHMARK(FourLoadsFourCompares)->Repetitions(15)->ComputeStatistics("least", Least);
 BENCHMARK(GateRefusedByCategory)->Repetitions(15)->ComputeStatistics("least", Least);
 BENCHMARK(GateRefusedByProcess)->Repetitions(15)->ComputeStatistics("least", Least);
