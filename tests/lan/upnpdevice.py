@@ -133,9 +133,10 @@ class Device:
 
 
 class Search:
-    """A search that runs. The address is the searcher's own."""
+    """A search that runs. The address is the searcher's own. libupnp counts whole seconds of the
+    clock, so a cycle may be up to one shorter than it was asked for."""
 
-    def __init__(self, host, address, seconds=2, **options):
+    def __init__(self, host, address, seconds=4, **options):
         command = [program("upnpprobe"), address, "--seconds", seconds]
         for name, value in options.items():
             command += ["--" + name.replace("_", "-"), value]
@@ -178,7 +179,7 @@ class Result:
             before["threads"], before["descriptors"])
 
 
-def search(host, address, seconds=2, **options):
+def search(host, address, seconds=4, **options):
     """One search, from start to end."""
     return Search(host, address, seconds, **options).result()
 

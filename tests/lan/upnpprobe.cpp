@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
@@ -41,15 +42,29 @@ void Print(json event) {
     fflush(stdout);
 }
 
-void PrintLeft(const char* when) {
+auto CountEntries(const char* folder) {
     namespace fs = std::filesystem;
-    const auto count = [](const char* folder) {
-        return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
-    };
+    return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
+}
+
+auto CountThreads() {
+    return CountEntries("/proc/self/task");
+}
+
+void PrintLeft(const char* when) {
     Print({{"event", "left"},
            {"when", when},
-           {"threads", count("/proc/self/task")},
-           {"descriptors", count("/proc/self/fd")}});
+           {"threads", CountThreads()},
+           {"descriptors", CountEntries("/proc/self/fd")}});
+}
+
+// libupnp's threads are detached: when it has ended, they have left its code but may still be on
+// their way out of the process.
+void AwaitThreads(std::ptrdiff_t count) {
+    const double end = Seconds() + 5;
+    while (CountThreads() > count && Seconds() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
 }
 
 class Probe : public UpnpSearchBase {
@@ -95,7 +110,9 @@ int main(int argc, char** argv) try {
     std::signal(SIGINT, [](int) { g_stopNow = 1; });
     CLI11_PARSE(app, argc, argv);
     PrintLeft("before");
+    const auto threads = CountThreads();
     Search(options);
+    AwaitThreads(threads);
     PrintLeft("after");
     return 0;
 } catch (const std::exception& error) {
