@@ -43,7 +43,7 @@ def test_json_document_holds_to_the_schema(network):
 
 def test_jsonl_lines_hold_to_the_schema(network):
     host = simulated(network, cameras=10)
-    done = lanscout(host, "--jsonl", "--timeout", 1)
+    done = lanscout(host, "--jsonl", "--timeout", 4)
     lines = [check_line(line) for line in done.stdout.splitlines()]
     assert [line["event"] for line in lines].count("found") == 10
     assert lines[-1]["event"] == "end"
@@ -54,7 +54,7 @@ def test_csv_is_what_a_spreadsheet_reads(network):
     searcher, camera = camera_network(network, lambda probe: [
         reply(probe, scopes="onvif://www.onvif.org/hardware/=1%2B1,%22x%22")])
     with camera:
-        text = lanscout(searcher, "--csv", "--timeout", 1).stdout
+        text = lanscout(searcher, "--csv", "--timeout", 4).stdout
     rows = list(csv.reader(text.splitlines(), strict=True))
     assert rows[0] == HEADING
     assert [row[:3] for row in rows[1:]] == [["10.1.0.2", "80", "'=1+1,\"x\""]]
@@ -62,7 +62,7 @@ def test_csv_is_what_a_spreadsheet_reads(network):
 
 def test_plain_lines_have_their_fields(network):
     host = simulated(network, *ODD, cameras=30)
-    text = lanscout(host, "--timeout", 1, timeout=90).stdout
+    text = lanscout(host, "--timeout", 4, timeout=90).stdout
     assert len(text.splitlines()) == 30
     for line in text.splitlines():
         fields = line.split("\t")
@@ -73,7 +73,7 @@ def test_plain_lines_have_their_fields(network):
 
 def test_sorted_lines_are_in_order(network):
     host = simulated(network, cameras=30)
-    text = lanscout(host, "--plain", "--sort", "hardware", "--timeout", 1).stdout
+    text = lanscout(host, "--plain", "--sort", "hardware", "--timeout", 4).stdout
     names = [line.split("\t")[2] for line in text.splitlines()]
     assert len(names) == 30
     assert names == sorted(names)
@@ -82,7 +82,7 @@ def test_sorted_lines_are_in_order(network):
 def test_camera_that_answers_as_a_video_transmitter_is_one(network):
     searcher, camera = camera_network(network)
     with camera:
-        device = by_address(result(searcher, "--timeout", 1))["10.1.0.2"]
+        device = by_address(result(searcher, "--timeout", 4))["10.1.0.2"]
     assert device["kind"] == "camera"
     assert device["hardware"] == "Hand"
     assert device["protocols"] == ["onvif"]
@@ -99,7 +99,7 @@ def test_printer_is_no_camera(network):
                '</d:ProbeMatch></d:ProbeMatches></e:Body></e:Envelope>')
     searcher, camera = camera_network(network, lambda _: [printer.encode()])
     with camera:
-        assert by_address(result(searcher, "--timeout", 1))["10.1.0.2"]["kind"] == "other"
+        assert by_address(result(searcher, "--timeout", 4))["10.1.0.2"]["kind"] == "other"
 
 
 def test_nothing_found_is_status_one(network):
@@ -169,7 +169,7 @@ def test_missing_arping_is_said_once(network):
     searcher, camera = camera_network(network)
     without = ["sh", "-c", 'mount --bind /dev/null /usr/bin/arping && exec "$@"', "sh"]
     with camera:
-        done = lanscout(searcher, "--timeout", 1, prefix=without)
+        done = lanscout(searcher, "--timeout", 4, prefix=without)
     assert done.stderr.count("arping is missing") == 1
     assert "iputils-arping" in done.stderr
 
@@ -177,7 +177,7 @@ def test_missing_arping_is_said_once(network):
 def test_quiet_says_nothing_but_the_result(network):
     searcher, camera = camera_network(network)
     with camera:
-        done = lanscout(searcher, "--quiet", "--table", "--timeout", 1)
+        done = lanscout(searcher, "--quiet", "--table", "--timeout", 4)
     assert done.stderr == ""
     assert len(done.stdout.splitlines()) == 2
 
@@ -185,9 +185,9 @@ def test_quiet_says_nothing_but_the_result(network):
 def test_verbose_shows_the_librarys_lines_by_level(network):
     searcher, camera = camera_network(network)
     with camera:
-        plain = lanscout(searcher, "--timeout", 1).stderr
-        some = lanscout(searcher, "-v", "--timeout", 1).stderr
-        all_of_them = lanscout(searcher, "-vv", "--timeout", 1).stderr
+        plain = lanscout(searcher, "--timeout", 4).stderr
+        some = lanscout(searcher, "-v", "--timeout", 4).stderr
+        all_of_them = lanscout(searcher, "-vv", "--timeout", 4).stderr
     assert "Camera found" not in plain + some
     assert "Camera found: IP: [10.1.0.2], port: [80], hardware: [Hand]" in all_of_them
 
@@ -195,6 +195,6 @@ def test_verbose_shows_the_librarys_lines_by_level(network):
 def test_result_that_cannot_be_written_is_no_success(network):
     searcher, camera = camera_network(network)
     with camera:
-        done = lanscout(searcher, "--json", "--timeout", 1, status=3,
+        done = lanscout(searcher, "--json", "--timeout", 4, status=3,
                         prefix=["sh", "-c", 'exec "$@" > /dev/full', "sh"])
     assert "cannot write the result: No space left on device" in done.stderr

@@ -1,0 +1,193 @@
+"""The command in a terminal: what is drawn while it searches, and what stays."""
+
+import contextlib
+import fcntl
+import os
+import pty
+import re
+import select
+import signal
+import struct
+import termios
+import time
+import unicodedata
+
+from camera import Responder, reply
+from lan import program
+
+CONTROLS = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]|[\r\n]")
+
+
+class Terminal:
+    """The command on a pseudo terminal of that size."""
+
+    def __init__(self, network, host, *options, columns=80, rows=24, **environment):
+        self._master, slave = pty.openpty()
+        self.resize(columns, rows)
+        command = host.command("env", "TERM=xterm", "LC_ALL=C.UTF-8",
+                               *[f"{name}={value}" for name, value in environment.items()],
+                               program("lanscout"), *options)
+        # The first of the two runs the command with the terminal as all its descriptors.
+        self._process = network.start("sh", "-c", 'exec "$@" <"$0" >"$0" 2>"$0"',
+                                      os.ttyname(slave), *command)
+        self._slave = slave
+        self.text = ""
+
+    def resize(self, columns, rows):
+        fcntl.ioctl(self._master, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
+
+    def read(self, seconds):
+        deadline = time.monotonic() + seconds
+        while (left := deadline - time.monotonic()) > 0:
+            ready, _, _ = select.select([self._master], [], [], min(left, 0.2))
+            if ready:
+                with contextlib.suppress(OSError):
+                    self.text += os.read(self._master, 65536).decode("utf-8", "replace")
+            if not ready and not self._process.running():
+                return
+
+    def end(self, seconds=40, sign=None):
+        """Reads to the end and returns the exit status."""
+        if sign is not None:
+            self._process.popen.send_signal(sign)
+        self.read(seconds)
+        status = self._process.wait(10)
+        os.close(self._master)
+        os.close(self._slave)
+        return status
+
+    def final_screen(self, columns=80):
+        """The lines that a terminal shows at the end, scrolled-out ones included."""
+        return screen_of(self.text, columns)
+
+
+def width_of(line):
+    return sum(2 if unicodedata.east_asian_width(character) in "WF" else 1 for character in line)
+
+
+def screen_of(text, columns):
+    """What the few sequences that the command may use make of a screen without end."""
+    lines, row, column, at = [""], 0, 0, 0
+    while at < len(text):
+        sequence = re.compile(r"\x1b\[([0-9;]*)([A-Za-z])").match(text, at)
+        if sequence:
+            count = int(sequence[1]) if sequence[1].isdigit() else 1
+            if sequence[2] == "A":
+                assert count <= row, "the cursor would leave the screen"
+                row -= count
+            elif sequence[2] == "K":
+                lines[row] = "" if sequence[1] == "2" else lines[row][:column]
+            else:
+                assert sequence[2] == "m", f"unexpected sequence {sequence[0]!r}"
+            at = sequence.end()
+            continue
+        character = text[at]
+        at += 1
+        if character == "\r":
+            column = 0
+        elif character == "\n":
+            row, column = row + 1, 0
+            lines += [""] * (row + 1 - len(lines))
+        else:
+            assert character.isprintable(), f"unexpected character {character!r}"
+            lines[row] = lines[row][:column].ljust(column) + character + lines[row][column + 1:]
+            column += 1
+            assert width_of(lines[row]) <= columns, f"wider than the terminal: {lines[row]!r}"
+    return lines
+
+
+def cameras(network, addresses=("10.1.0.2", "10.1.0.3"),
+            scopes="onvif://www.onvif.org/hardware/Hand"):
+    searcher, host = network.namespace(), network.namespace()
+    network.cable(searcher, host, "10.1.0.1/24", "10.1.0.200/24")
+    return searcher, Responder(host, "eth0", addresses, lambda probe: [reply(probe, scopes=scopes)])
+
+
+def test_live_table_makes_room_for_the_final_one(network):
+    searcher, responder = cameras(network)
+    with responder:
+        terminal = Terminal(network, searcher, "--timeout", "4")
+        assert terminal.end() == 0
+    assert re.search(r"\[#*-*\] \d+ s left, 2 devices", terminal.text)
+    lines = [line for line in terminal.final_screen() if line]
+    assert lines[0].startswith("IP ")
+    assert [line.split()[0] for line in lines[1:3]] == ["10.1.0.2", "10.1.0.3"]
+    assert lines[3].startswith("2 devices (2 cameras) on eth0 (10.1.0.1) in ")
+    assert len(lines) == 4
+
+
+def test_narrow_terminal_is_never_overrun(network):
+    searcher, responder = cameras(
+        network, scopes="onvif://www.onvif.org/hardware/%E5%85%A5%E5%8F%A3" * 8)
+    with responder:
+        narrow = Terminal(network, searcher, "--timeout", "4", columns=40, rows=10)
+        assert narrow.end() == 0
+    before_summary = narrow.text[:narrow.text.rindex("2 devices (2")]
+    assert "10.1.0.3" in "\n".join(screen_of(before_summary, 40))
+
+
+def test_resized_terminal_is_drawn_anew(network):
+    searcher, responder = cameras(network)
+    with responder:
+        terminal = Terminal(network, searcher, "--timeout", "8", columns=100)
+        terminal.read(6)
+        terminal.resize(50, 20)
+        before = len(terminal.text)
+        terminal.read(1)
+        after = terminal.text[before:]
+        assert terminal.end() == 0
+    drawn = [line for line in CONTROLS.sub("\n", after).splitlines() if line]
+    assert any("devices" in line for line in drawn)
+    assert all(len(line) < 50 for line in drawn)
+
+
+def test_escape_sequences_of_a_device_stay_text(network):
+    searcher, responder = cameras(
+        network, scopes="onvif://www.onvif.org/hardware/%1B%5B2J%1B%5D0;x%07%C2%9B31m%E2%80%AE")
+    with responder:
+        terminal = Terminal(network, searcher, "--timeout", "4", columns=120)
+        assert terminal.end() == 0
+    assert r"\x1b[2J\x1b]0;x\x07\u{9b}31m" in terminal.text
+    assert terminal.final_screen(120)
+
+
+def test_colour_is_for_terminals_that_want_it(network):
+    searcher, responder = cameras(network)
+    with responder:
+        coloured = Terminal(network, searcher, "--timeout", "4")
+        assert coloured.end() == 0
+        plain = Terminal(network, searcher, "--timeout", "4", NO_COLOR="1")
+        assert plain.end() == 0
+    assert "\x1b[32mcamera" in coloured.text
+    assert "\x1b[32m" not in plain.text
+
+
+def test_no_progress_draws_nothing(network):
+    searcher, responder = cameras(network)
+    with responder:
+        terminal = Terminal(network, searcher, "--timeout", "4", "--no-progress", "--color", "never")
+        assert terminal.end() == 0
+    assert "\x1b" not in terminal.text
+    assert "left" not in terminal.text
+
+
+def test_interrupt_leaves_a_clean_screen(network):
+    searcher, responder = cameras(network)
+    with responder:
+        terminal = Terminal(network, searcher, "--timeout", "60")
+        terminal.read(5)
+        assert terminal.end(sign=signal.SIGINT) == 0
+    lines = [line for line in terminal.final_screen() if line]
+    assert len(lines) == 4
+    assert lines[3].endswith(", interrupted")
+
+
+def test_problem_is_said_above_the_live_table(network):
+    searcher, responder = cameras(network)
+    with responder:
+        terminal = Terminal(network, searcher, "--timeout", "4", "--interface", "eth0",
+                            "--interface", "eth9", columns=200)
+        assert terminal.end() == 0
+    lines = [line for line in terminal.final_screen(200) if line]
+    assert lines[0].startswith("lanscout: eth9: no such interface")
+    assert lines[1].startswith("IP ")
