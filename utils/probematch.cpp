@@ -61,18 +61,28 @@ bool NestsNamesakes(const xmlNode* element) {
     return false;
 }
 
-void ReleaseInBoundedBuild(xmlXPathObject* result) {
-    if constexpr (kBounded) {
-        xmlXPathFreeObject(result);
+// The default build keeps the documents and the results of successful queries, one reply a camera:
+// a lifetime that is meant, not a leak to be mended. It also keeps the context of a query that
+// yields nothing, which in the bounded build no sender may bring about for good.
+struct FreeInBoundedBuild {
+    void operator()(xmlDoc* doc) const {
+        if constexpr (kBounded) {
+            xmlFreeDoc(doc);
+        }
     }
-}
-
-// For the context of a query that yields nothing: a sender can bring that about.
-void ReleaseInBoundedBuild(xmlXPathContext* context) {
-    if constexpr (kBounded) {
-        xmlXPathFreeContext(context);
+    void operator()(xmlXPathObject* result) const {
+        if constexpr (kBounded) {
+            xmlXPathFreeObject(result);
+        }
     }
-}
+    void operator()(xmlXPathContext* context) const {
+        if constexpr (kBounded) {
+            xmlXPathFreeContext(context);
+        }
+    }
+};
+template <typename T>
+using KeptUnlessBounded = std::unique_ptr<T, FreeInBoundedBuild>;
 
 struct FreeXmlText {
     void operator()(xmlChar* text) const { xmlFree(text); }
@@ -82,34 +92,29 @@ struct FreeXmlText {
 
 void WSDiscoveryBase::ParseProbeMatchMessage(const std::string& ip, const std::string& reply,
                                              std::string& port, std::string& hardware) {
-    xmlDoc* const doc = IsPrologHarmless(reply)
-                            ? xmlParseMemory(reply.data(), static_cast<int>(reply.size()))
-                            : nullptr;
+    const KeptUnlessBounded<xmlDoc> doc(
+        IsPrologHarmless(reply) ? xmlParseMemory(reply.data(), static_cast<int>(reply.size()))
+                                : nullptr);
     if (doc == nullptr) {
         WS_LOG(LOG_LEVEL_INFO, "Parse Probe Match Message to XML Failed: %s\n", ip.c_str());
         return;
     }
     xmlXPathObject* result = nullptr;
-    if (GetXmlNodeSet(doc, kXAddrsQuery, result) == 0) {
+    if (GetXmlNodeSet(doc.get(), kXAddrsQuery, result) == 0) {
+        const KeptUnlessBounded<xmlXPathObject> owner(result);
         std::string xaddrs;
         GetNodeContent(result->nodesetval->nodeTab[0], xaddrs);  // on failure empty: port stays
         ParsePortFromXAddrs(xaddrs, port);
-        ReleaseInBoundedBuild(result);
     } else {
         WS_LOG(LOG_LEVEL_INFO, "Failed to get XAddrs node set.\n");
     }
-    if (GetXmlNodeSet(doc, kScopesQuery, result) == 0) {
+    if (GetXmlNodeSet(doc.get(), kScopesQuery, result) == 0) {
+        const KeptUnlessBounded<xmlXPathObject> owner(result);
         std::string scopes;
         GetNodeContent(result->nodesetval->nodeTab[0], scopes);
         ParseHardwareFromScopes(scopes, hardware);
-        ReleaseInBoundedBuild(result);
     } else {
         WS_LOG(LOG_LEVEL_INFO, "Failed to get scopes node set.\n");
-    }
-    // The default build keeps the document and the results of both queries, one reply a camera: a
-    // lifetime that is meant, not a leak to be mended.
-    if constexpr (kBounded) {
-        xmlFreeDoc(doc);
     }
 }
 
@@ -135,7 +140,7 @@ int WSDiscoveryBase::GetXmlNodeSet(xmlDoc* doc, const std::string& xpath, xmlXPa
     context->opLimit = NestsNamesakes(root) ? kMaxNestedOperations : 0;
     result = xmlXPathEvalExpression(XmlText(xpath.c_str()), context);
     if (result == nullptr) {
-        ReleaseInBoundedBuild(context);
+        const KeptUnlessBounded<xmlXPathContext> owner(context);
         WS_LOG(LOG_LEVEL_NOTICE, "Error: unable to evaluate XPath expression %s.\n", xpath.c_str());
         return -1;
     }

@@ -63,7 +63,8 @@ xmlXPathContext* __wrap_xmlXPathNewContext(xmlDoc* doc) {
         return nullptr;
     }
     ++Current().nContexts;
-    return __real_xmlXPathNewContext(doc);
+    Current().pLastContext = __real_xmlXPathNewContext(doc);
+    return Current().pLastContext;
 }
 
 void __wrap_xmlXPathFreeContext(xmlXPathContext* context) {

@@ -2,6 +2,8 @@
 // that link fake_xml; there they are wrapped at the link.
 #pragma once
 
+#include <libxml/xpath.h>
+
 #include <atomic>
 
 namespace FakeXml {
@@ -23,6 +25,8 @@ struct State {
     std::atomic<int> nContexts = 0;
     std::atomic<int> nContextsFreed = 0;
     std::atomic<int> nResultsFreed = 0;
+
+    xmlXPathContext* pLastContext = nullptr;  // for a test that has to free what the search keeps
 };
 
 State& Current();

@@ -299,7 +299,15 @@ TEST_F(XmlGuard, LongWayRefusesWhateverDeclaresAnEntityAtRandom) {
 void Ignore(void*, const char*, ...) {}
 void IgnoreStructured(void*, xmlError*) {}
 
-// Plain settings of a thread that nobody hardened, and those of one that did.
+// As hosts do before they start threads.
+class InitialisedParser : public testing::Environment {
+public:
+    void SetUp() override { xmlInitParser(); }
+};
+
+const auto* const kInitialisedParser =
+    testing::AddGlobalTestEnvironment(new InitialisedParser);  // NOLINT: gtest owns it
+
 TEST(XmlSettings, AreThisThreadsAlone) {
     xmlSetGenericErrorFunc(nullptr, Ignore);
     xmlSetStructuredErrorFunc(nullptr, IgnoreStructured);

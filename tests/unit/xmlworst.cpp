@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "tests/unit/opensearch.h"
+#include "tests/unit/recordinghost.h"
 #include "tests/unit/samplereply.h"
 #include "tests/unit/worstxml.h"
 #include "utils/xmlguard.h"
@@ -83,6 +84,7 @@ double Milliseconds() {
 Cost Measure(int runs, const std::function<void()>& function) {
     Cost cost;
     for (int i = 0; i < runs; ++i) {
+        RecordingHost::Reset();  // the lines of former runs
         const std::size_t before = heapNow;
         const std::size_t allocated = allocations;
         heapPeak = heapNow;
