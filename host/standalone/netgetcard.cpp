@@ -54,6 +54,13 @@ void WriteAddress(const sockaddr* address, char (&text)[Size]) {
     }
 }
 
+// The field is shared with the peer of a point-to-point link, and glibc puts the address itself
+// into it where an address was given none.
+bool HasBroadcast(const ifaddrs& entry, in_addr own) {
+    const auto broadcast = Ipv4Of(entry.ifa_broadaddr);
+    return (entry.ifa_flags & IFF_BROADCAST) != 0 && broadcast && broadcast->s_addr != own.s_addr;
+}
+
 void WriteLinkLayer(const sockaddr* address, _tag_NETINFO_& info) {
     if (address == nullptr) {
         info.nIndex = static_cast<std::int32_t>(if_nametoindex(info.szName));
@@ -88,7 +95,7 @@ int SDKFuncData::NetGetCard1(const std::string& strIp, _tag_NETINFO_& info) {
     name.copy(found.szName, sizeof found.szName - 1);
     WriteAddress(entry->ifa_addr, found.szIp);
     WriteAddress(entry->ifa_netmask, found.szNetmask);
-    if ((entry->ifa_flags & IFF_BROADCAST) != 0) {
+    if (HasBroadcast(*entry, *wanted)) {
         WriteAddress(entry->ifa_broadaddr, found.szBroadcast);
     }
     WriteLinkLayer(device->ifa_addr, found);

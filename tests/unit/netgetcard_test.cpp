@@ -105,6 +105,13 @@ TEST_F(NetGetCardTest, PointToPointPeerIsNoBroadcastAddress) {
     EXPECT_STREQ(m_info.szBroadcast, "");
 }
 
+TEST_F(NetGetCardTest, AddressItselfIsNoBroadcastAddress) {
+    m_fake.AddDevice("eth0", 2, FakeInterfaces::kUp, {2, 0, 0, 0, 0, 1});
+    m_fake.AddAddress("eth0", FakeInterfaces::kUp, "10.1.1.2", "255.255.255.0", "10.1.1.2");
+    ASSERT_EQ(Ask("10.1.1.2"), 1);
+    EXPECT_STREQ(m_info.szBroadcast, "");
+}
+
 TEST_F(NetGetCardTest, DeviceWithoutHardwareAddressHasAnIndexAndNoMac) {
     m_fake.AddBareDevice("tun0", IFF_UP);
     m_fake.AddAddress("tun0", IFF_UP, "10.8.0.1", "255.255.255.0", "");
