@@ -2,6 +2,7 @@
 
 import os
 import signal
+import subprocess
 import sys
 
 import pytest
@@ -28,8 +29,18 @@ def network():
         _not_available(reason)
 
 
+@pytest.fixture(scope="session")
+def real_time():
+    """A command prefix that gives a program priority over all ordinary ones, so that what else
+    runs on this machine does not decide a test."""
+    prefix = ["chrt", "--fifo", "1"]
+    if subprocess.run([*prefix, "true"], capture_output=True, check=False).returncode != 0:
+        _not_available("this user may not give programs real-time priority")
+    return prefix
+
+
 def _not_available(reason):
-    text = f"no network namespace: {reason}"
+    text = f"not to be had here: {reason}"
     if os.environ.get("CI") == "true":
         pytest.fail(text + " (in CI that is a failure)")
     pytest.skip(text)

@@ -53,7 +53,7 @@ def program(name):
         raise AssertionError("LANSCOUT_BUILD is not set: run the test with ctest, or set it to the "
                              "build folder")
     for folder in (f"tools/{name}", "tests/lan"):
-        path = Path(build, folder, name)
+        path = Path(build, folder, name).resolve()
         if path.is_file():
             return str(path)
     raise AssertionError(f"{name} is not in {build}")

@@ -84,7 +84,7 @@ while time.monotonic() < end:
 
 
 @pytest.mark.ctest(cost=20)
-def test_cycles_recover_what_a_burst_overflowed(network):
+def test_cycles_recover_what_a_burst_overflowed(network, real_time):
     """1,000 cameras answer within 20 ms while another program has the searcher's processor: the
     socket keeps what fits, about 90 replies. The later cycles bring the rest, in bursts no smaller;
     for those the searcher has priority, so that this machine's load does not decide."""
@@ -93,7 +93,7 @@ def test_cycles_recover_what_a_burst_overflowed(network):
     processor = ["taskset", "--cpu-list", str(min(os.sched_getaffinity(0)))]
     with paused(simulator):
         search = Search(simulator.namespace, simulator.address, 10,
-                        prefix=[*processor, "chrt", "--fifo", "1"])
+                        prefix=[*processor, *real_time])
         wait_until(lambda: simulator.namespace.udp_count("OutDatagrams") == 2, 10, "two Probes")
         os.sched_setscheduler(simulator.popen.pid, os.SCHED_FIFO, os.sched_param(3))
         busy = network.start(*processor, "chrt", "--fifo", "2", "/usr/bin/python3", "-c", BUSY)
@@ -123,13 +123,13 @@ def paused(process):
 
 
 @pytest.mark.ctest(cost=30)
-def test_cycles_recover_what_the_network_lost(network):
+def test_cycles_recover_what_the_network_lost(network, real_time):
     """5 % of Probes and 5 % of replies. A camera that answers one of the two types alone has one
     chance a cycle; six cycles leave one of 1,000 out once in some thousand runs."""
     statistics = network.folder / "statistics.json"
     simulator, devices = simulate(network, 1000, "--loss", 5, "--stats", statistics)
     know_all_neighbours(simulator, devices)
-    search = Search(simulator.namespace, simulator.address, 18, prefix=["chrt", "--fifo", "1"])
+    search = Search(simulator.namespace, simulator.address, 18, prefix=real_time)
     assert_all_found(search.result(), devices)
     simulator.stop()
     counts = json.loads(statistics.read_text())["counts"]

@@ -14,7 +14,7 @@ LIMIT = int(Path("/proc/sys/net/ipv4/neigh/default/gc_thresh3").read_text())
 
 
 @pytest.mark.ctest(alone=True)
-def test_cameras_beyond_the_table_are_found_when_it_has_room_again(network):
+def test_cameras_beyond_the_table_are_found_when_it_has_room_again(network, real_time):
     """The kernel does not answer a request for the searcher's address while it has no room for
     who asks, so such a camera cannot answer the Probe. Entries make room when they are 5 seconds
     old: a search of 10 seconds gets to the rest, and knows every MAC address, for it lists nobody
@@ -23,7 +23,7 @@ def test_cameras_beyond_the_table_are_found_when_it_has_room_again(network):
     network.cable(searcher, cameras, f"{SEARCHER}/16")
     arping = CountedArping(network, real=False)
     with Crowd(cameras, "eth0", SEARCHER, LIMIT * 3 // 2) as crowd:
-        running = Search(searcher, SEARCHER, 10, prefix=["chrt", "--fifo", "1", *arping.prefix])
+        running = Search(searcher, SEARCHER, 10, prefix=[*real_time, *arping.prefix])
         running.wait_for_event("count")
         assert crowd.resolved <= LIMIT
         result = running.result()

@@ -113,7 +113,7 @@ def onvif_client():
     build folder."""
     if shutil.which("npm") is None:
         _not_available("npm is not installed")
-    folder = Path(os.environ["LANSCOUT_BUILD"], "tests/lan/npm")
+    folder = Path(os.environ["LANSCOUT_BUILD"], "tests/lan/npm").resolve()
     folder.mkdir(parents=True, exist_ok=True)
     with open(folder / "lock", "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
