@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fuzz/check.h"
+#include "tools/lanscout-sim/outbox.h"
 #include "tools/lanscout-sim/population.h"
 #include "tools/lanscout-sim/reply.h"
 #include "tools/lanscout-sim/responder.h"
@@ -52,7 +53,7 @@ std::vector<lansim::Camera> Cameras() {
     lansim::PopulationRequest request;
     request.network = {kSearcher, 16};
     request.generated = 2 * std::size_t{lansim::ShapeCount()};
-    return lansim::MakeCameras(request);
+    return lansim::MakePopulation(request).cameras;
 }
 
 }  // namespace
@@ -60,14 +61,15 @@ std::vector<lansim::Camera> Cameras() {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const std::vector<lansim::Camera> kCameras = Cameras();
     std::vector<lansim::Camera> cameras = kCameras;
-    lansim::Responder responder(cameras, {});
+    lansim::Outbox outbox(1, 0);
+    lansim::Responder responder(cameras, {}, outbox);
     const lansim::TimePoint start{};
     responder.OnDatagram({{kSearcher, lansim::kDiscoveryPort},
                           {lansim::kMulticastGroup, lansim::kDiscoveryPort},
                           std::string(reinterpret_cast<const char*>(data), size)},
                          start);
     Replies replies;
-    responder.SendDue(start + std::chrono::hours(1), replies);
+    outbox.SendDue(start + std::chrono::hours(1), replies);
     Check(replies.Count() <= cameras.size(), "each camera answers once");
     Check(responder.Counts().probes == 1 || replies.Count() == 0, "only a Probe is answered");
     return 0;
