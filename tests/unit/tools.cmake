@@ -1,6 +1,7 @@
 
 # tools/lanscout-sim
-foreach(part IN ITEMS frames loopbacknetwork matching population probe responder scenario
+foreach(part IN ITEMS command descriptionserver frames loopbacknetwork matching options population
+             probe report responder scenario
              ssdp upnpresponder)
   lanscout_unit_test(sim_${part}_test LIBS lanscout_sim_parts)
 endforeach()

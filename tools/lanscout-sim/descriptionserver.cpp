@@ -22,6 +22,8 @@ constexpr int kEventsAtOnce = 64;
 constexpr int kBacklog = 128;
 constexpr std::uint64_t kHugeBytes = 64ULL * 1024 * 1024;
 constexpr std::size_t kBlockBytes = 16384;
+// Small, so that a description comes in several.
+constexpr std::size_t kChunkBytes = 100;
 constexpr const char* kElsewhere = "http://203.0.113.7/description.xml";
 
 struct ResponseFree {
@@ -44,7 +46,7 @@ ssize_t FillFromString(void* text, std::uint64_t at, char* buffer, std::size_t s
     const auto& source = *static_cast<const std::string*>(text);
     if (at >= source.size())
         return MHD_CONTENT_READER_END_OF_STREAM;
-    return static_cast<ssize_t>(source.copy(buffer, size, at));
+    return static_cast<ssize_t>(source.copy(buffer, std::min(size, kChunkBytes), at));
 }
 
 void FreeString(void* text) {
@@ -53,7 +55,6 @@ void FreeString(void* text) {
 
 // No length is known beforehand, which makes MHD send it in chunks.
 Response InChunks(const std::string& text) {
-    constexpr std::size_t kChunkBytes = 100;
     return Response(MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kChunkBytes, FillFromString,
                                                       std::make_unique<std::string>(text).release(),
                                                       FreeString));

@@ -36,7 +36,7 @@ LANSCOUT_SIM_ADDRESS in the command's environment is the address to search from.
 std::string Footer() {
     std::string text = "Misbehaviours (--misbehave KIND=SHARE):\n";
     for (const auto& entry : MisbehaviourNames())
-        text += fmt::format("  {:<20}{}\n", entry.name, entry.meaning);
+        text += fmt::format("  {:<28}{}\n", entry.name, entry.meaning);
     return text + "\n" + kExamples;
 }
 
