@@ -206,6 +206,12 @@ bool WSDiscoveryBase::IsTimeout() {
     return difftime(time(nullptr), LoadRelaxed(m_startTime)) > static_cast<double>(m_timeout);
 }
 
+bool WSDiscoveryBase::IsOverdue() {
+    const std::time_t start = LoadRelaxed(m_startTime);
+    return start != 0 &&
+           difftime(time(nullptr), start) > static_cast<double>(m_timeout) + kOverdueSeconds;
+}
+
 bool WSDiscoveryBase::IsDuplicatedCam(const std::string& ip) {
     return std::any_of(m_vecCamInfo.begin(), m_vecCamInfo.end(),
                        [&ip](const ONVIF_CAM_SEARCH_INFO& info) { return info.strIp == ip; });
@@ -422,8 +428,7 @@ void WSDiscoveryBase::RecvProbeMatchMessage(int sock, std::map<std::string, std:
             if (replies.size() < kMaxSenders) {
                 replies.try_emplace(ip, static_cast<const char*>(buffer));
             }
-            if (difftime(time(nullptr), LoadRelaxed(m_startTime)) >
-                static_cast<double>(m_timeout) + kReceiveGraceSeconds) {
+            if (IsOverdue()) {
                 return;
             }
         } else {
@@ -450,10 +455,16 @@ int WSDiscoveryBase::GetMACAddr(const std::string& ip, std::string& mac) {
     // Interface names fit; the bound is for a host that hands out something else.
     m_strIfName.copy(request.arp_dev, sizeof(request.arp_dev) - 1);
     for (int attempt = 0; attempt < kArpAttempts; ++attempt) {
-        if (ioctl(sock, SIOCGARP, &request) < 0 && errno == ENXIO &&
-            KarnExecl(kArpingPath, kArpingOptions, "-c", "1", "-w", "1", ip.c_str(),
-                      static_cast<const char*>(nullptr)) != 0) {
-            WS_LOG(LOG_LEVEL_INFO, "Failed to update arp table.\n");
+        if (ioctl(sock, SIOCGARP, &request) < 0 && errno == ENXIO) {
+            // Up to three seconds an address: senders who do not exist would hold the search for
+            // days.
+            if (kBounded && IsOverdue()) {
+                return -1;
+            }
+            if (KarnExecl(kArpingPath, kArpingOptions, "-c", "1", "-w", "1", ip.c_str(),
+                          static_cast<const char*>(nullptr)) != 0) {
+                WS_LOG(LOG_LEVEL_INFO, "Failed to update arp table.\n");
+            }
         }
         // Also after a failed query, with the flags of the last one that succeeded: what arping
         // made the kernel learn is seen by the next attempt.

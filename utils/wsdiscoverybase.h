@@ -109,6 +109,10 @@ protected:
     // The discovery thread's body; `arg` is the object. Always returns null.
     static void* ThreadFunc(void* arg);
 
+    // Whether a search has gone on so long beyond its duration that a bounded build ends what may
+    // take for ever. Discovery thread.
+    bool IsOverdue();
+
     // Appends one record to the result list, under the lock. Discovery thread.
     void AppendCam(const std::string& ip, const std::string& port, const std::string& hardware,
                    const std::string& mac);

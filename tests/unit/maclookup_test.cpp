@@ -23,6 +23,7 @@ using RecordingHost::IsLine;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+constexpr bool kBounded = LANSCOUT_BOUNDED != 0;
 constexpr int kArpSocket = 1'000'002;
 
 // One answer of the kernel: an errno, or flags and a hardware address.
@@ -227,6 +228,27 @@ TEST_F(MacLookup, NameBeyondTheFieldIsCutAndCorruptsNothing) {
     EXPECT_EQ(LookUp({kComplete}), 0);
     EXPECT_EQ(std::string(static_cast<const char*>(m_requests[0].arp_dev)), std::string(15, 'n'));
     EXPECT_EQ(m_mac, "00:0A:FF:01:02:03");
+}
+
+// Senders who do not exist, thousands of them, would hold a search for days: 3 seconds each.
+TEST_F(MacLookup, LongAfterTheSearchArpingRunsOnlyInTheDefaultBuild) {
+    m_search.m_startTime = 1000;
+    FakeSystem::Current().time = [] { return time_t{1000 + 5 + 30 + 1}; };
+    EXPECT_EQ(LookUp({kUnknown, kUnknown, kUnknown}), -1);
+    EXPECT_EQ(RecordingHost::ExeclRuns().size(), kBounded ? 0U : 3U);
+    EXPECT_EQ(m_mac, "N/A");
+}
+
+TEST_F(MacLookup, KnownNeighbourIsReadHoweverLate) {
+    m_search.m_startTime = 1000;
+    FakeSystem::Current().time = [] { return time_t{100'000}; };
+    EXPECT_EQ(LookUp({kComplete}), 0);
+}
+
+TEST_F(MacLookup, ArpingRunsUntilTheGraceIsOver) {
+    m_search.m_startTime = 1000;
+    FakeSystem::Current().time = [] { return time_t{1000 + 5 + 30}; };
+    EXPECT_EQ(LookUp({kUnknown, kComplete}), 0);
 }
 
 }  // namespace
