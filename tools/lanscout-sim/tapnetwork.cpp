@@ -23,6 +23,9 @@ template <typename... Ts>
 struct Overloaded : Ts... {
     using Ts::operator()...;
 };
+// clang before 17 does not deduce an aggregate's arguments without it.
+template <typename... Ts>
+Overloaded(Ts...) -> Overloaded<Ts...>;
 
 template <typename Handler>
 void ReadAll(int fd, Handler handler) {
