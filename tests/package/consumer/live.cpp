@@ -23,7 +23,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     unsigned int shown = 0;
-    for (bool running = true; running; std::this_thread::sleep_for(std::chrono::milliseconds(100))) {
+    for (bool running = true; running;
+         std::this_thread::sleep_for(std::chrono::milliseconds(100))) {
         running = search.IsRunning();  // asked first, so that the last ones are shown too
         for (CAM_SEARCH_INFO camera; search.CamGet(shown, camera) == 0; ++shown) {
             std::printf("%s port %d\n", camera.strIp.c_str(), camera.nPort);
