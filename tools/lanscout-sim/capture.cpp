@@ -1,5 +1,6 @@
 #include "tools/lanscout-sim/capture.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/time.h>
 
@@ -14,6 +15,8 @@ Capture::Capture(const std::string& fileName)
       m_dumper(pcap_dump_open(m_handle.get(), fileName.c_str())) {
     if (!m_dumper)
         throw SetupError(fmt::format("cannot write the capture: {}", pcap_geterr(m_handle.get())));
+    // The command that runs inside shall not inherit it.
+    fcntl(fileno(pcap_dump_file(m_dumper.get())), F_SETFD, FD_CLOEXEC);
 }
 
 void Capture::Write(std::string_view frame) {

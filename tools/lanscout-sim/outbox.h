@@ -10,10 +10,9 @@
 
 #include "tools/lanscout-sim/network.h"
 #include "tools/lanscout-sim/random.h"
+#include "tools/lanscout-sim/timepoint.h"
 
 namespace lansim {
-
-using TimePoint = std::chrono::steady_clock::time_point;
 
 struct OutboxCounts {
     std::uint64_t sent = 0;

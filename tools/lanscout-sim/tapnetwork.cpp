@@ -15,6 +15,8 @@ constexpr std::size_t kLargestFrame = 65536;
 constexpr int kReadsAtOnce = 256;
 // Frames wait here while this process is busy with others; the default of 500 loses some.
 constexpr int kTapQueueFrames = 20000;
+// For how long a host keeps in mind who has an address; stacks differ from half a minute up.
+constexpr std::chrono::seconds kArpLifetime{60};
 constexpr Subnet kMulticast{Ipv4{0xE0000000}, 4};
 // 239.255.255.250 at Ethernet level (RFC 1112, 6.4).
 constexpr Mac kGroupMac{0x01, 0x00, 0x5E, 0x7F, 0xFF, 0xFA};
@@ -153,16 +155,18 @@ SendResult TapNetwork::Send(const Datagram& datagram) {
     return SendResult::Sent;
 }
 
-// A host asks who has the address before it sends to it the first time. The question also makes
-// the searcher's kernel learn the host's own MAC, which is why real cameras are found with
-// theirs. The reply follows at once: the frame that carried the Probe told the answer.
+// A host asks who has the address before it sends to it, and forgets the answer after a while. The
+// question also makes the searcher's kernel learn the host's own MAC, which is why real cameras are
+// found with theirs. The reply follows at once: the frame that carried the Probe told the answer.
 SendResult TapNetwork::AskForMac(Host& host, Ipv4 own, Ipv4 peer) {
-    if (!host.asksArp || host.asked.contains(peer))
+    const TimePoint now = std::chrono::steady_clock::now();
+    const auto asked = host.asked.find(peer);
+    if (!host.asksArp || (asked != host.asked.end() && now < asked->second + kArpLifetime))
         return SendResult::Sent;
     const auto sent = Write(ArpRequestFrame({own, host.mac}, peer));
     if (sent == SendResult::Sent) {
         ++m_counts.arpRequestsSent;
-        host.asked.insert(peer);
+        host.asked[peer] = now;
     }
     return sent;
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <map>
-#include <set>
 #include <vector>
 
 #include "tools/lanscout-sim/capture.h"
@@ -9,6 +8,7 @@
 #include "tools/lanscout-sim/frames.h"
 #include "tools/lanscout-sim/hosts.h"
 #include "tools/lanscout-sim/network.h"
+#include "tools/lanscout-sim/timepoint.h"
 
 namespace lansim {
 
@@ -45,7 +45,7 @@ private:
         Mac mac{};
         bool answersArp = true;
         bool asksArp = true;
-        std::set<Ipv4> asked;  // whose MAC it has asked for
+        std::map<Ipv4, TimePoint> asked;  // whose MAC it has asked for, and when
     };
 
     void Watch(int fd);

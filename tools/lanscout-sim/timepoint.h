@@ -1,0 +1,9 @@
+#pragma once
+
+#include <chrono>
+
+namespace lansim {
+
+using TimePoint = std::chrono::steady_clock::time_point;
+
+}  // namespace lansim
