@@ -68,7 +68,7 @@ def test_answer_to_arping_alone_makes_no_entry_by_default(network, hosts):
     assert result.cameras[0]["mac"] == "N/A"
     assert runs == [ARPING] * 3
     assert result.logged("Failed to update arp table.") == []
-    assert result.duration < 4.5
+    assert result.duration < 6
 
 
 def test_camera_that_never_answers_arp_costs_three_seconds_and_no_other_camera(network, hosts):
@@ -83,7 +83,7 @@ def test_camera_that_never_answers_arp_costs_three_seconds_and_no_other_camera(n
     assert {cameras[address]["mac"] for address in others} == {hosts[1].mac("eth0")}
     assert runs == [ARPING] * 3
     assert len(result.logged("Failed to update arp table.")) == 3
-    assert 6 <= result.duration < 7
+    assert 6 <= result.duration < 9
 
 
 def test_entry_that_failed_runs_no_arping(network, hosts):
@@ -95,4 +95,4 @@ def test_entry_that_failed_runs_no_arping(network, hosts):
     result, runs = search_counted(network, hosts)
     assert result.cameras[0]["mac"] == "N/A"
     assert runs == []
-    assert result.duration < 3.6
+    assert result.duration < 5

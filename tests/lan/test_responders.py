@@ -88,7 +88,7 @@ def test_wsdd_on_the_searchers_host_holds_its_port(office):
         wsdd.stop()
         result = search(searcher, SEARCHER)
     assert refused.cameras == []
-    assert refused.duration < 1
+    assert refused.duration < 2
     assert len(refused.logged("Bind socket failed. [98]")) == 1
     assert_only_the_cameras(result, cameras)
 
@@ -104,7 +104,7 @@ def test_nmap_probing_at_the_same_time_disturbs_nothing(office, place):
         assert nmap.wait(60) == 0
     assert len(responder.probes) > 4, "nmap did not probe: " + nmap.output()
     assert_only_the_cameras(result, cameras)
-    assert result.duration < 8
+    assert result.duration < 12
 
 
 @pytest.fixture(scope="module")
