@@ -146,7 +146,7 @@ def test_search_that_dies_is_named_and_leaves_the_others_alone(network):
         os.kill(min(children(pid)), signal.SIGSEGV)
         assert process.wait(30) == 0
     document = check_document(process.text(process.lines))
-    assert set(by_address(document)) == {"10.2.0.2"}
+    assert "10.2.0.2" in by_address(document)
     assert [search["outcome"] for search in document["searches"]] == ["failed", "done"]
     assert "eth0 (10.1.0.1) onvif: the search was ended by signal 11" in \
         process.text(process.errors)

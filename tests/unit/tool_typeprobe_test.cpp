@@ -23,7 +23,7 @@ std::string Reply(const std::string& matches) {
            matches + "</d:ProbeMatches></e:Body></e:Envelope>";
 }
 
-Kind KindOf(const std::string& types) {
+std::optional<Kind> KindOf(const std::string& types) {
     return KindOfReply(Reply(Match(types)));
 }
 
@@ -66,7 +66,6 @@ TEST(KindOfReply, GeneralDeviceAloneIsUnknown) {
 TEST(KindOfReply, NoTypesAreUnknown) {
     EXPECT_EQ(KindOf(""), Kind::Unknown);
     EXPECT_EQ(KindOfReply(Reply("<d:ProbeMatch/>")), Kind::Unknown);
-    EXPECT_EQ(KindOfReply(Reply("")), Kind::Unknown);
 }
 
 TEST(KindOfReply, AnyOfSeveralMatchesMakesACamera) {
@@ -74,14 +73,15 @@ TEST(KindOfReply, AnyOfSeveralMatchesMakesACamera) {
               Kind::Camera);
 }
 
-TEST(KindOfReply, GarbageIsUnknown) {
-    EXPECT_EQ(KindOfReply(""), Kind::Unknown);
-    EXPECT_EQ(KindOfReply("hello"), Kind::Unknown);
-    EXPECT_EQ(KindOfReply("<a><b>"), Kind::Unknown);
+TEST(KindOfReply, WhatHasNoMatchIsNoReply) {
+    for (const std::string& text :
+         {std::string(), std::string("hello"), std::string("<a><b>"), Reply("")}) {
+        EXPECT_EQ(KindOfReply(text), std::nullopt) << text;
+    }
 }
 
-TEST(KindOfReply, ReplyWithEntitiesIsUnknown) {
+TEST(KindOfReply, DocumentWithEntitiesIsNoReply) {
     EXPECT_EQ(
         KindOfReply("<!DOCTYPE e [<!ENTITY a 'b'>]>" + Reply(Match("dn:NetworkVideoTransmitter"))),
-        Kind::Unknown);
+        std::nullopt);
 }

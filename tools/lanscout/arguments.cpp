@@ -11,7 +11,7 @@ namespace LanscoutTool {
 namespace {
 
 constexpr int kLongestSeconds = 86400;
-constexpr int kGraceSeconds = 30;
+constexpr int kGraceSeconds = 60;
 constexpr int kDefaultWatchSeconds = 30;
 
 constexpr char kFooter[] = R"(Examples:
@@ -54,7 +54,7 @@ void AddSearchOptions(CLI::App& app, Options& options, Flags& flags) {
         ->option_text("SECONDS=5")
         ->check(CLI::Range(1, kLongestSeconds));
     app.add_option("--max-time", options.maxSeconds,
-                   "End a search that still runs after this time (default: the timeout and 30)")
+                   "End a search that still runs after this time (default: the timeout and 60)")
         ->option_text("SECONDS")
         ->check(CLI::Range(1, 2 * kLongestSeconds));
     app.add_option("--only", flags.only, "Search one way only")

@@ -23,7 +23,7 @@ struct Options {
     std::vector<std::string> interfaces;
     std::vector<std::string> addresses;
     int timeoutSeconds = 5;
-    int maxSeconds = 0;  // a search's process lives no longer; 0: the timeout and 30
+    int maxSeconds = 0;  // a search's process lives no longer; 0: the timeout and 60
     bool onvif = true;
     bool upnp = true;
     Format format = Format::Auto;

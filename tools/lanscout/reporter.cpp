@@ -90,8 +90,8 @@ private:
     std::vector<std::string> m_lines;
 };
 
-// A line a device as soon as there is little to add: both searches found it, or the slower one has
-// had the time to.
+// A line a device as soon as there is little to add: both searches found it and its MAC address, or
+// the slower one has had the time to.
 class PlainReporter : public Reporter {
 public:
     using Reporter::Reporter;
@@ -122,8 +122,8 @@ public:
     }
 
 private:
-    // The camera search lists nothing before the network has been quiet for three seconds.
-    static constexpr double kSettleSeconds = 4;
+    // The camera search has MAC addresses after the network has been quiet for three seconds.
+    static constexpr double kSettleSeconds = 5;
 
     struct Waiting {
         Device device;
@@ -131,9 +131,10 @@ private:
     };
 
     bool IsSettled(const Waiting& waiting) const {
-        const bool oneWay = !m_options.onvif || !m_options.upnp;
-        return oneWay || (waiting.device.onvif && waiting.device.upnp) ||
-               m_elapsed - waiting.since >= kSettleSeconds;
+        const Device& device = waiting.device;
+        const bool foundBothWays = (device.onvif || !m_options.onvif) &&
+                                   (device.upnp || !m_options.upnp) && !device.mac.empty();
+        return foundBothWays || m_elapsed - waiting.since >= kSettleSeconds;
     }
 
     void Write(bool all) {

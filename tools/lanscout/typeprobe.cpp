@@ -7,9 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <sstream>
 
-#include "tools/lanscout/safetext.h"
+#include "tools/lanscout/onvifdevice.h"
 #include "tools/lanscout/untrustedxml.h"
 
 namespace LanscoutTool {
@@ -21,7 +22,8 @@ constexpr char kOnvifDevice[] = "http://www.onvif.org/ver10/device/wsdl";
 constexpr char kProfile2006[] = "http://schemas.xmlsoap.org/ws/2006/02/devprof";
 constexpr char kProfile2009[] = "http://docs.oasis-open.org/ws-dd/ns/dpws/2009/01";
 
-constexpr std::size_t kLargestDatagramBytes = 65536;
+constexpr int kDefaultPort = 80;
+constexpr std::size_t kLargestDatagramBytes = 4096;  // as the search reads them
 constexpr int kMostRepliesAtOnce = 512;  // so that a flood does not keep the caller from its work
 
 enum class TypeMeaning { Nothing, Camera, OnvifDevice, Other };
@@ -91,19 +93,16 @@ std::string SenderText(const sockaddr_in& sender) {
 
 }  // namespace
 
-Kind KindOfReply(std::string_view reply) {
+std::optional<Kind> KindOfReply(std::string_view reply) {
     const XmlDoc doc = ReadUntrustedXml(reply);
-    if (!doc) {
-        return Kind::Unknown;
-    }
-    const xmlNode* const body = ChildNamed(xmlDocGetRootElement(doc.get()), "Body");
-    const xmlNode* const matches = ChildNamed(body, "ProbeMatches");
-    Kind kind = Kind::Unknown;
+    const xmlNode* const root = doc ? xmlDocGetRootElement(doc.get()) : nullptr;
+    const xmlNode* const matches = ChildNamed(ChildNamed(root, "Body"), "ProbeMatches");
+    std::optional<Kind> kind;
     for (const xmlNode* match = ChildNamed(matches, "ProbeMatch"); match != nullptr;
          match = match->next) {
-        if (const xmlNode* const types = ChildNamed(match, "Types")) {
-            kind = std::max(kind, KindOfTypes(types));
-        }
+        const xmlNode* const types = ChildNamed(match, "Types");
+        kind = std::max(kind.value_or(Kind::Unknown),
+                        types == nullptr ? Kind::Unknown : KindOfTypes(types));
     }
     return kind;
 }
@@ -126,20 +125,28 @@ void TypeProbe::Ask() {
     }
 }
 
-std::vector<std::string> TypeProbe::Listen(std::chrono::milliseconds time) {
+std::vector<Device> TypeProbe::Listen(std::chrono::milliseconds time) {
     std::array<pollfd, 2> entries{pollfd{m_sockets[0], POLLIN, 0}, pollfd{m_sockets[1], POLLIN, 0}};
-    std::vector<std::string> senders;
+    std::vector<Device> news;
     if (poll(entries.data(), entries.size(), static_cast<int>(time.count())) > 0) {
         for (const pollfd& entry : entries) {
             if (entry.revents != 0) {
-                TakeReplies(entry.fd, senders);
+                TakeReplies(entry.fd, news);
             }
         }
     }
-    return senders;
+    return news;
 }
 
-void TypeProbe::TakeReplies(int fd, std::vector<std::string>& senders) {
+Device TypeProbe::DeviceFrom(const std::string& ip, std::string_view reply, Kind kind) {
+    std::string port = std::to_string(kDefaultPort);
+    std::string hardware;
+    ParseProbeMatchMessage(ip, std::string(reply), port, hardware);
+    return OnvifDevice(ip, static_cast<int>(std::strtol(port.c_str(), nullptr, 10)), hardware,
+                       kind);
+}
+
+void TypeProbe::TakeReplies(int fd, std::vector<Device>& news) {
     std::string buffer(kLargestDatagramBytes, '\0');
     for (int i = 0; i < kMostRepliesAtOnce; ++i) {
         sockaddr_in sender{};
@@ -149,13 +156,20 @@ void TypeProbe::TakeReplies(int fd, std::vector<std::string>& senders) {
         if (count < 0) {
             return;
         }
-        const Kind kind =
-            KindOfReply(std::string_view(buffer).substr(0, static_cast<std::size_t>(count)));
-        const std::string ip = SenderText(sender);
-        if (kind > KindOf(ip) && m_kinds.size() < kMostSenders) {
-            m_kinds[ip] = kind;
-            senders.push_back(ip);
-        }
+        Take(SenderText(sender), {buffer.data(), static_cast<std::size_t>(count)}, news);
+    }
+}
+
+void TypeProbe::Take(const std::string& ip, std::string_view reply, std::vector<Device>& news) {
+    const auto known = m_kinds.find(ip);
+    const bool isNew = known == m_kinds.end();
+    if (isNew ? m_kinds.size() >= kMostSenders : known->second == Kind::Camera) {
+        return;
+    }
+    const std::optional<Kind> kind = KindOfReply(reply);
+    if (kind && (isNew || *kind > known->second)) {
+        m_kinds[ip] = *kind;
+        news.push_back(DeviceFrom(ip, reply, *kind));
     }
 }
 
