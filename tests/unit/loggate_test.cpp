@@ -40,13 +40,13 @@ public:
 
     void CategorySeven(int level) { Put(32, level); }
     void Count(int count) { Put(2052, count); }
-    void Entry(int index, int pid, int level) {
+    void Entry(std::size_t index, int pid, int level) {
         Put(2056 + 8 * index, pid);
         Put(2060 + 8 * index, level);
     }
 
 private:
-    void Put(int at, std::int32_t value) { memcpy(&m_bytes.at(at), &value, sizeof(value)); }
+    void Put(std::size_t at, std::int32_t value) { memcpy(&m_bytes.at(at), &value, sizeof(value)); }
 
     alignas(4) std::array<unsigned char, 2056 + 8 * 8> m_bytes;
 };
@@ -161,8 +161,8 @@ TEST_F(LogGate, FirstOwnEntryCountsThoughLaterIsLower) {
 TEST_F(LogGate, LastEntryInCountIsFound) {
     Record record;
     record.Count(8);
-    for (int i = 0; i < 7; ++i) {
-        record.Entry(i, 100 + i, 4);
+    for (std::size_t i = 0; i < 7; ++i) {
+        record.Entry(i, 100, 4);
     }
     record.Entry(7, kPid, 4);
     EXPECT_TRUE(Passes(kFour));

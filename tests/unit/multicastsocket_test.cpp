@@ -48,7 +48,7 @@ class MulticastSocket : public testing::Test {
 protected:
     MulticastSocket() : m_search((RecordingHost::Reset(), "192.168.1.2"), 5) {}
 
-    int SetUp(OpenSearch& search) {
+    int Prepare(OpenSearch& search) {
         int sock = kSocket;
         const int result = search.SetupSocketParam(sock);
         EXPECT_EQ(sock, kSocket);
@@ -93,7 +93,7 @@ public:
 TEST_F(SocketSetUp, BindsToOwnAddressThenSetsTimeoutAndNothingElse) {
     const SetUpCalls calls;
     RecordingHost::SetLogLevel(4);
-    EXPECT_EQ(SetUp(m_search), 0);
+    EXPECT_EQ(Prepare(m_search), 0);
     EXPECT_THAT(calls.m_seen,
                 ElementsAre("bind 1000001 2 192.168.1.2:3702 16", "timeout 1000001 3s 0us"));
     EXPECT_THAT(RecordingHost::LogLines(), IsEmpty());
@@ -104,7 +104,7 @@ TEST_F(SocketSetUp, InvalidAddressIsLoggedAndNothingBound) {
         const SetUpCalls calls;
         OpenSearch search(text, 5);
         RecordingHost::Reset();
-        EXPECT_EQ(SetUp(search), -1) << text;
+        EXPECT_EQ(Prepare(search), -1) << text;
         EXPECT_THAT(RecordingHost::LogLines(),
                     ElementsAre(IsLine(3, "SetupSocketParam", "Invalid IP address: %s\n",
                                        "Invalid IP address: " + text + "\n")));
@@ -115,7 +115,7 @@ TEST_F(SocketSetUp, InvalidAddressIsLoggedAndNothingBound) {
 TEST_F(SocketSetUp, FailedBindIsLoggedWithItsNumberAndSetsNoTimeout) {
     SetUpCalls calls;
     calls.m_bindError = EADDRINUSE;
-    EXPECT_EQ(SetUp(m_search), -1);
+    EXPECT_EQ(Prepare(m_search), -1);
     EXPECT_THAT(RecordingHost::LogLines(),
                 ElementsAre(IsLine(3, "SetupSocketParam", "Bind socket failed. [%d]\n",
                                    "Bind socket failed. [98]\n")));
@@ -125,7 +125,7 @@ TEST_F(SocketSetUp, FailedBindIsLoggedWithItsNumberAndSetsNoTimeout) {
 TEST_F(SocketSetUp, FailedTimeoutIsLogged) {
     SetUpCalls calls;
     calls.m_optionError = ENOMEM;
-    EXPECT_EQ(SetUp(m_search), -1);
+    EXPECT_EQ(Prepare(m_search), -1);
     EXPECT_THAT(RecordingHost::LogLines(),
                 ElementsAre(IsLine(3, "SetupSocketParam", "Set recv timeout failed.\n")));
 }
@@ -135,7 +135,7 @@ TEST_F(SocketSetUp, SocketStaysOpenOnFailure) {
     calls.m_bindError = EADDRINUSE;
     int closed = 0;
     FakeSystem::Current().close = [&](int) { return ++closed; };
-    SetUp(m_search);
+    Prepare(m_search);
     EXPECT_EQ(closed, 0);
 }
 
