@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <memory>
 #include <mutex>
@@ -51,6 +52,17 @@ void PrintLogLine(const char* line, std::size_t length, void* /*cookie*/) {
     Print({{"event", "log"}, {"text", std::string_view(line, length)}});
 }
 
+// Of this program alone: what getrusage tells includes the process that started it.
+long PeakKilobytes() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmHWM:")) {
+            return std::stol(line.substr(line.find(':') + 1));
+        }
+    }
+    return -1;
+}
+
 void PrintLeft(const char* when) {
     namespace fs = std::filesystem;
     const auto count = [](const char* folder) {
@@ -58,6 +70,7 @@ void PrintLeft(const char* when) {
     };
     Print({{"event", "left"},
            {"when", when},
+           {"peakKilobytes", PeakKilobytes()},
            {"threads", count("/proc/self/task")},
            {"descriptors", count("/proc/self/fd")}});
 }
