@@ -135,6 +135,7 @@ TEST_F(SimUpnpResponder, ChattyDeviceAdvertisesEverySecondUntilByebye) {
     responder.Run(kStart + seconds(1));
     m_outbox.SendDue(kStart + seconds(1), m_network);
     EXPECT_THAT(m_network.m_sent, SizeIs(12));
+    EXPECT_EQ(responder.NextDue(), kStart + seconds(2));
     responder.SayByebye(kStart + seconds(1));
     EXPECT_EQ(responder.NextDue(), std::nullopt);
 }

@@ -1,9 +1,9 @@
 #include "tools/lanscout-sim/reply.h"
 
-#include <fmt/args.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
-#include <algorithm>
+#include <cctype>
 
 #include "tools/lanscout-sim/replyshapes.h"
 #include "tools/lanscout-sim/xmltext.h"

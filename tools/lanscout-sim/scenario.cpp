@@ -1,7 +1,9 @@
 #include "tools/lanscout-sim/scenario.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
