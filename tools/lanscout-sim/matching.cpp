@@ -40,8 +40,8 @@ ScopeUri Split(const std::string& uri) {
 bool IsSegmentPrefix(const std::string& asked, const std::string& owned) {
     const ScopeUri want = Split(asked);
     const ScopeUri have = Split(owned);
-    return SameIgnoringCase(want.site, have.site) && want.segments.size() <= have.segments.size() &&
-           std::equal(want.segments.begin(), want.segments.end(), have.segments.begin());
+    return SameIgnoringCase(want.site, have.site) &&
+           std::ranges::mismatch(want.segments, have.segments).in1 == want.segments.end();
 }
 
 bool HasType(const Camera& camera, const QualifiedName& type) {
