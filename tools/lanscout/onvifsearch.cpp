@@ -12,7 +12,9 @@ namespace LanscoutTool {
 namespace {
 
 constexpr std::chrono::milliseconds kPollInterval{50};
-constexpr std::chrono::seconds kAskAgainAfter{2};  // a lost Probe or reply is made up for
+constexpr std::chrono::milliseconds kSetUpTime{
+    100};                                          // a search that cannot be done has ended by then
+constexpr std::chrono::seconds kAskAgainAfter{3};  // a lost Probe or reply is made up for
 
 class OnvifSearch {
 public:
@@ -23,18 +25,17 @@ public:
           m_time(seconds) {}
 
     void Run() {
-        m_types.Ask();
         if (m_search.StartSearch() != 0) {
             return m_sender.Send(FailureMessage{"no thread could be created for the search", 0});
         }
         const auto start = std::chrono::steady_clock::now();
-        for (auto next = start + kAskAgainAfter; m_search.IsRunning();) {
+        for (auto next = start + kSetUpTime; m_search.IsRunning();) {
             ReportReplies(kPollInterval);
             ReportRecords();
             if (const auto now = std::chrono::steady_clock::now();
                 now > next && now < start + m_time) {
                 m_types.Ask();
-                next = now + 2 * kAskAgainAfter;
+                next = now + kAskAgainAfter;
             }
         }
         m_search.StopSearch();

@@ -18,7 +18,8 @@ constexpr char kHex[] = "(hex)";
 
 std::string HexDigits(const std::string& text) {
     std::string digits;
-    for (const unsigned char c : text) {
+    for (const char byte : text) {
+        const auto c = static_cast<unsigned char>(byte);
         if (std::isxdigit(c) != 0) {
             digits += static_cast<char>(std::toupper(c));
         } else if (c != ':' && c != '-') {
