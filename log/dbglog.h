@@ -48,8 +48,7 @@ inline int ProcessId() {
 // only after the category has refused the line, so an entry can make a process more verbose than
 // its category and never quieter; that is meant.
 inline bool ProcessPasses(ZelDbgLogCfg* config, LOG_LEVEL level) {
-    const int pid =
-        ProcessId();  // before the count is read: the first refused line fills the cache
+    const int pid = ProcessId();  // before the count: the first refused line fills the cache
     const std::int32_t count = Load(config->nProcCount);
     auto* const entries = reinterpret_cast<ZelDbgLogProc*>(config + 1);
     for (std::int32_t i = 0; i < count; ++i) {
