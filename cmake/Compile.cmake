@@ -21,3 +21,7 @@ endif()
 if(LANSCOUT_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)  # libFuzzer counts what is run everywhere
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # clang 14 mangles a template of fmt 9 otherwise than the g++ that built libfmt did.
+  add_compile_definitions(FMT_HEADER_ONLY)
+endif()

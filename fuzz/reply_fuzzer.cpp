@@ -74,15 +74,21 @@ std::vector<std::string> ExpectedSenders(const std::vector<FakeNetwork::Datagram
     return listed;
 }
 
+// Neither ASCII's control characters nor, in UTF-8, those from U+0080 to U+009F.
 bool IsSafeLine(std::string_view line) {
-    return !line.empty() && line.back() == '\n' &&
-           std::all_of(line.begin(), line.end() - 1, [](unsigned char character) {
-               return character >= 0x20 && character != 0x7F;
-           });
+    unsigned char previous = 0;
+    for (const char byte : line.substr(0, line.size() - 1)) {
+        const auto character = static_cast<unsigned char>(byte);
+        if (character < 0x20 || character == 0x7F || (previous == 0xC2 && character < 0xA0)) {
+            return false;
+        }
+        previous = character;
+    }
+    return line.back() == '\n';
 }
 
 void TakeLine(const char* line, std::size_t length, void*) {
-    Check(IsSafeLine({line, length}), "a log line has no control characters");
+    Check(length > 0 && IsSafeLine({line, length}), "a log line has no control characters");
 }
 
 void CheckRecord(const ONVIF_CAM_SEARCH_INFO& camera, const std::string& ip) {

@@ -1,4 +1,5 @@
-// The simulator: one datagram from whoever sends it, to the replies of its cameras.
+// The simulator: one datagram from whoever sends it, to the replies of its cameras and UPnP
+// devices.
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
@@ -15,6 +16,7 @@
 #include "tools/lanscout-sim/population.h"
 #include "tools/lanscout-sim/reply.h"
 #include "tools/lanscout-sim/responder.h"
+#include "tools/lanscout-sim/upnpresponder.h"
 
 namespace {
 
@@ -25,8 +27,7 @@ struct FreeDoc {
     void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
 };
 
-void CheckReply(const std::string& reply) {
-    Check(reply.size() <= kLargestDatagram, "a reply fits a datagram");
+void CheckIsXml(const std::string& reply) {
     const std::unique_ptr<xmlDoc, FreeDoc> doc(
         xmlReadMemory(reply.data(), static_cast<int>(reply.size()), nullptr, nullptr,
                       XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
@@ -39,38 +40,48 @@ public:
     void Receive(const lansim::DatagramHandler&) override {}
     lansim::SendResult Send(const lansim::Datagram& datagram) override {
         Check(datagram.to.ip == kSearcher, "the reply goes to the searcher");
-        CheckReply(datagram.payload);
-        ++m_nReplies;
+        Check(datagram.payload.size() <= kLargestDatagram, "a reply fits a datagram");
+        m_vecReplies.push_back(datagram.payload);
         return lansim::SendResult::Sent;
     }
-    std::size_t Count() const { return m_nReplies; }
+    const std::vector<std::string>& All() const { return m_vecReplies; }
 
 private:
-    std::size_t m_nReplies = 0;
+    std::vector<std::string> m_vecReplies;
 };
 
-std::vector<lansim::Camera> Cameras() {
+lansim::Population Devices() {
     lansim::PopulationRequest request;
     request.network = {kSearcher, 16};
     request.generated = 2 * std::size_t{lansim::ShapeCount()};
-    return lansim::MakePopulation(request).cameras;
+    request.generatedUpnp = 4;
+    return lansim::MakePopulation(request);
+}
+
+// What the devices of the responder answer to the datagram.
+template <typename Responder, typename Device>
+std::vector<std::string> Ask(std::vector<Device> devices, const lansim::Datagram& datagram) {
+    const lansim::TimePoint start{};
+    lansim::Outbox outbox(1, 0);
+    Responder responder(devices, {}, outbox);
+    responder.OnDatagram(datagram, start);
+    Replies replies;
+    outbox.SendDue(start + std::chrono::hours(1), replies);
+    return replies.All();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const std::vector<lansim::Camera> kCameras = Cameras();
-    std::vector<lansim::Camera> cameras = kCameras;
-    lansim::Outbox outbox(1, 0);
-    lansim::Responder responder(cameras, {}, outbox);
-    const lansim::TimePoint start{};
-    responder.OnDatagram({{kSearcher, lansim::kDiscoveryPort},
-                          {lansim::kMulticastGroup, lansim::kDiscoveryPort},
-                          std::string(reinterpret_cast<const char*>(data), size)},
-                         start);
-    Replies replies;
-    outbox.SendDue(start + std::chrono::hours(1), replies);
-    Check(replies.Count() <= cameras.size(), "each camera answers once");
-    Check(responder.Counts().probes == 1 || replies.Count() == 0, "only a Probe is answered");
+    static const lansim::Population kDevices = Devices();
+    const lansim::Datagram datagram{{kSearcher, lansim::kDiscoveryPort},
+                                    {lansim::kMulticastGroup, lansim::kDiscoveryPort},
+                                    std::string(reinterpret_cast<const char*>(data), size)};
+    const auto replies = Ask<lansim::Responder>(kDevices.cameras, datagram);
+    Check(replies.size() <= kDevices.cameras.size(), "each camera answers once");
+    for (const std::string& reply : replies) {
+        CheckIsXml(reply);
+    }
+    Ask<lansim::UpnpResponder>(kDevices.upnpDevices, datagram);
     return 0;
 }

@@ -56,7 +56,7 @@ void MacMakers::Read(const char* file, std::size_t prefixDigits) {
         }
         std::string prefix = HexDigits(line);
         if (prefixDigits > kBlockDigits) {
-            prefix = block + prefix.substr(0, std::min(prefix.size(), prefixDigits - kBlockDigits));
+            prefix.insert(0, block).resize(std::min(prefix.size(), prefixDigits));
         }
         if (prefix.size() == prefixDigits) {
             m_makers.try_emplace(prefix, NameBehind(line, base16 + sizeof kBase16 - 1));
