@@ -50,25 +50,28 @@ def assert_all_found(result, devices):
 
 
 @pytest.mark.ctest(alone=True, timeout=120)
-def test_all_of_2000_cameras_are_found_each_once(network):
+def test_all_of_2000_cameras_are_found_each_once(network, real_time):
     """The neighbour table's limit is the kernel's, whatever the namespace, so this test is alone.
     Every camera without an entry costs three arping runs. They teach the kernel nothing (see
     test_arp), so a stand-in that ends at once takes arping's place: for the time that the real one
     needs see docs/large-networks.md."""
     simulator, devices = simulate(network, 2000)
     arping = CountedArping(network, real=False)
-    search = Search(simulator.namespace, simulator.address, 10, prefix=arping.prefix)
+    search = Search(simulator.namespace, simulator.address, 10,
+                    prefix=[*real_time, *arping.prefix])
     wait_until(lambda: arping.runs, 20, "the first camera without an entry")
     entries = simulator.namespace.neighbours("sim0")
     result = search.result()
+    remaining = simulator.namespace.neighbours("sim0")
 
     assert_all_found(result, devices)
     assert len(result.cameras) == 2000
     resolved = {camera["ip"]: camera["mac"] for camera in result.cameras if camera["mac"] != "N/A"}
     assert all(mac == devices[ip]["mac"] for ip, mac in resolved.items())
-    assert limit("gc_thresh2") - 2 <= len(resolved) <= limit("gc_thresh3")
+    # What other programs on this machine talk to may start a clean-up of the table meanwhile.
+    assert set(remaining) & set(devices) <= set(resolved) <= set(entries)
+    assert limit("gc_thresh2") // 2 <= len(resolved)
     assert len(entries) <= limit("gc_thresh3")
-    assert len(resolved) >= 0.9 * len(entries)
     assert len(arping.runs) == 3 * (2000 - len(resolved))
     print(f"\n{len(result.cameras)} found in {result.duration:.1f} s, {len(entries)} entries, "
           f"{len(resolved)} MAC addresses, {len(arping.runs)} arping runs")
