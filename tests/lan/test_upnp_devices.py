@@ -4,15 +4,14 @@ import re
 
 import pytest
 
-from upnpdevice import Search, host_on, search
+from upnpdevice import Search, acquaint, host_on, search
 
 SEARCHER = "10.61.0.1"
 MEDIA, RENDERER, GATEWAY = "10.61.0.2", "10.61.0.3", "10.61.0.4"
 
 
-def start_media_server(network, switch):
+def start_media_server(network, host):
     """minidlna, which has a UPnP stack of its own."""
-    host = host_on(network, switch, MEDIA)
     folder = network.folder / "media"
     for name in ("files", "db", "log"):
         (folder / name).mkdir(parents=True)
@@ -25,9 +24,8 @@ def start_media_server(network, switch):
     return f"http://{MEDIA}:8200/rootDesc.xml"
 
 
-def start_renderer(network, switch):
+def start_renderer(host):
     """gmediarender, on libupnp."""
-    host = host_on(network, switch, RENDERER)
     process = host.start("gmediarender", "-I", "eth0", "-f", "Renderer of a test", "-p", 49494, "-u",
                          "11111111-2222-4333-8444-555555555555", "--gstout-audiosink=fakesink",
                          "--gstout-videosink=fakesink", "--logfile", "stdout")
@@ -36,9 +34,8 @@ def start_renderer(network, switch):
     return f"http://{RENDERER}:{port}/description.xml"
 
 
-def start_gateway(network, switch):
+def start_gateway(network, host):
     """miniupnpd, an internet gateway device; with it a second network on its other side."""
-    host = host_on(network, switch, GATEWAY)
     network.cable(host, network.namespace(), "203.0.113.7/24", None, "wan0")
     process = host.start("miniupnpd", "-d", "-i", "wan0", "-a", "eth0", "-p", 5000, "-P",
                          network.folder / "gateway.pid", "-z", "Gateway of a test", "-f",
@@ -62,10 +59,13 @@ def upnpc(host):
 @pytest.mark.ctest(timeout=180)
 def test_finds_what_other_control_points_find(network):
     switch = network.switch()
-    searcher = host_on(network, switch, SEARCHER)
-    media = start_media_server(network, switch)
-    renderer = start_renderer(network, switch)
-    gateway_process, gateway = start_gateway(network, switch)
+    hosts = {address: host_on(network, switch, address)
+             for address in (SEARCHER, MEDIA, RENDERER, GATEWAY)}
+    acquaint(hosts)
+    searcher = hosts[SEARCHER]
+    media = start_media_server(network, hosts[MEDIA])
+    renderer = start_renderer(hosts[RENDERER])
+    gateway_process, gateway = start_gateway(network, hosts[GATEWAY])
 
     running = Search(searcher, SEARCHER, 5)
     witnessed = gssdp_discover(searcher)

@@ -7,7 +7,7 @@ import struct
 import time
 
 from lan import wait_until
-from upnpdevice import (MAX_AGE, Device, Search, answer, description, host_on, search,
+from upnpdevice import (MAX_AGE, Device, Search, acquaint, answer, description, host_on, search,
                         search_messages)
 
 SEARCHER, OTHER = "10.62.0.1", "10.62.0.2"
@@ -16,7 +16,9 @@ ELSEWHERE = "10.63.0.9"
 
 def two_hosts(network):
     switch = network.switch()
-    return host_on(network, switch, SEARCHER), host_on(network, switch, OTHER)
+    searcher, other = host_on(network, switch, SEARCHER), host_on(network, switch, OTHER)
+    acquaint({SEARCHER: searcher, OTHER: other})
+    return searcher, other
 
 
 def test_device_is_found_with_its_description(network):

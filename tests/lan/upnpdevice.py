@@ -190,10 +190,26 @@ def host_on(network, switch, address, device="eth0"):
     libupnp up to 1.8 sends its search by the route to the group, whatever interface it was given,
     and releases from 1.14 on cannot start before the interface's IPv6 address has settled."""
     host = network.namespace()
-    host.sysctl("net.ipv6.conf.default.accept_dad", 0)
+    with contextlib.suppress(FileNotFoundError):  # a kernel without IPv6
+        host.sysctl("net.ipv6.conf.default.accept_dad", 0)
     network.plug(host, switch, f"{address}/24", device)
     host.ip("route", "add", "239.0.0.0/8", "dev", device)
+    _know(host, GROUP, "01:00:5e:7f:ff:fa", device)  # RFC 1112, 6.4
     return host
+
+
+def _know(host, address, mac, device="eth0"):
+    host.ip("neighbour", "replace", address, "lladdr", mac, "dev", device, "nud", "permanent")
+
+
+def acquaint(hosts):
+    """Gives hosts, by address, permanent neighbour entries for each other. The neighbour table is
+    the kernel's, whatever the namespace, and other programs may have filled it: permanent entries
+    are not counted against its limit."""
+    for host in hosts.values():
+        for address, other in hosts.items():
+            if other is not host:
+                _know(host, address, other.mac("eth0"))
 
 
 def search_messages(datagrams):
