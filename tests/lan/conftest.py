@@ -1,5 +1,7 @@
 """How the LAN tests run: a network for each test, and skips that count as skips."""
 
+import contextlib
+import fcntl
 import os
 import signal
 import subprocess
@@ -20,13 +22,31 @@ def pytest_configure(config):
 
 
 @pytest.fixture
-def network():
+def network(request):
     """A Lan that goes with the test."""
+    marker = request.node.get_closest_marker("ctest")
     try:
-        with lan.Lan() as made:
+        with neighbour_table(alone=marker is not None and marker.kwargs.get("alone", False)), \
+                lan.Lan() as made:
             yield made
     except lan.Unavailable as reason:
         _not_available(reason)
+
+
+@contextlib.contextmanager
+def neighbour_table(alone):
+    """Tests that fill the kernel's neighbour table are alone with it, also among test runs of
+    other trees on this machine. Who waits to be alone holds the door, so that the others, who just
+    pass through it, cannot keep it out."""
+    if os.geteuid() != 0:  # nothing but a skip follows
+        yield
+        return
+    with open("/run/lanscout-lan.door", "w", encoding="ascii") as door, \
+            open("/run/lanscout-lan.table", "w", encoding="ascii") as table:
+        fcntl.flock(door, fcntl.LOCK_EX)
+        fcntl.flock(table, fcntl.LOCK_EX if alone else fcntl.LOCK_SH)
+        fcntl.flock(door, fcntl.LOCK_UN)
+        yield
 
 
 @pytest.fixture(scope="session")

@@ -49,7 +49,7 @@ def assert_all_found(result, devices):
         assert unquote(found[ip]["hardware"]) == device["hardware"]
 
 
-@pytest.mark.ctest(alone=True, timeout=120)
+@pytest.mark.ctest(alone=True)
 def test_all_of_2000_cameras_are_found_each_once(network, real_time):
     """The neighbour table's limit is the kernel's, whatever the namespace, so this test is alone.
     Every camera without an entry costs three arping runs. They teach the kernel nothing (see
