@@ -105,7 +105,8 @@ def test_only_the_own_subnet_is_fetched(network):
     locations = [f"http://{ELSEWHERE}:8000/d.xml", "http://127.0.0.1:8000/d.xml",
                  f"http://[::ffff:{OTHER}]:8000/d.xml", "http://localhost:8000/d.xml",
                  f"http://{OTHER}:8000/d.xml"]
-    with Device(other, OTHER, page, locations) as device, Device(searcher, SEARCHER, page, []) as own:
+    with Device(other, OTHER, page, locations) as device, \
+            Device(searcher, SEARCHER, page, []) as own:
         found = search(searcher, SEARCHER)
     assert list(found.devices) == [f"http://{OTHER}:8000/d.xml"]
     assert len(device.requests) == 1

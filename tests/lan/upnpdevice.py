@@ -28,11 +28,13 @@ def answer(body, status="200 OK", headers=None):
     """An HTTP answer as bytes; `headers` None gives the length."""
     if headers is None:
         headers = [f"Content-Length: {len(body)}"]
-    return "\r\n".join([f"HTTP/1.1 {status}", *headers, "Connection: close", "", ""]).encode() + body
+    lines = [f"HTTP/1.1 {status}", *headers, "Connection: close", "", ""]
+    return "\r\n".join(lines).encode() + body
 
 
 def discovery(kind, location, number=0, age=MAX_AGE):
-    """A search reply ("HTTP/1.1 200 OK") or advertisement ("NOTIFY * HTTP/1.1") of a root device."""
+    """What a root device says of itself; `kind` "HTTP/1.1 200 OK": a search reply, "NOTIFY *
+    HTTP/1.1": an advertisement."""
     usn = f"USN: uuid:00000000-0000-4000-8000-{number:012x}::upnp:rootdevice"
     lines = [kind, *([age] if age else []), f"LOCATION: {location}", "SERVER: hand UPnP/1.0 hand/1"]
     if kind.startswith("NOTIFY"):
@@ -46,8 +48,8 @@ class Device:
     """Answers searches with one reply for each location, and HTTP requests by their path.
 
     `pages`: path to bytes that are sent before the connection is closed, or to a function that is
-    given the connection. `locations`: None for the pages' own URLs. `replies` False: does not answer
-    searches."""
+    given the connection. `locations`: None for the pages' own URLs. `replies` False: does not
+    answer searches."""
 
     def __init__(self, namespace, address, pages, locations=None, port=8000, age=MAX_AGE,
                  replies=True):
@@ -113,7 +115,8 @@ class Device:
         self.searches.append(message.decode())
         if self.replies:
             for number, location in enumerate(self.locations):
-                self._sender.sendto(discovery("HTTP/1.1 200 OK", location, number, self.age), sender)
+                reply = discovery("HTTP/1.1 200 OK", location, number, self.age)
+                self._sender.sendto(reply, sender)
 
     def _serve(self, connection):
         with connection, contextlib.suppress(OSError, IndexError):
