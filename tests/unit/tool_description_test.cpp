@@ -89,8 +89,8 @@ TEST(Description, FileIsNotRead) {
 }
 
 TEST(Description, TooLongIsNotRead) {
-    EXPECT_EQ(Read(Document("<friendlyName>Attic</friendlyName><x>" + std::string(300 * 1024, 'a') +
-                            "</x>"))
+    EXPECT_EQ(Read(Document("<friendlyName>Attic</friendlyName><x>" +
+                            std::string(std::size_t{300} * 1024, 'a') + "</x>"))
                   .name,
               "");
 }
