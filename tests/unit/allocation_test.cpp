@@ -119,6 +119,11 @@ public:
             return 0;
         };
         calls.time = [this] { return m_now; };
+        calls.clockGettime = [this](clockid_t) { return timespec{m_now, 0}; };
+        calls.clockNanosleep = [this](clockid_t, int, const timespec* until) {
+            m_now = until->tv_sec + 1;
+            return 0;
+        };
     }
 
     int Open() const { return m_nOpen; }
