@@ -27,8 +27,9 @@ def start_media_server(network, host):
 def start_renderer(host):
     """gmediarender, on libupnp."""
     process = host.start("gmediarender", "-I", "eth0", "-f", "Renderer of a test", "-p", 49494,
-                         "-u", "11111111-2222-4333-8444-555555555555", "--gstout-audiosink=fakesink",
-                         "--gstout-videosink=fakesink", "--logfile", "stdout")
+                         "-u", "11111111-2222-4333-8444-555555555555",
+                         "--gstout-audiosink=fakesink", "--gstout-videosink=fakesink",
+                         "--logfile", "stdout")
     port = re.search(r"port=(\d+)", process.wait_for("Registered IP=", 40))[1]
     process.wait_for("Ready for rendering", 20)
     return f"http://{RENDERER}:{port}/description.xml"
