@@ -37,10 +37,8 @@ const char* TextOrEmpty(const xmlChar* text) {
     return text == nullptr ? "" : reinterpret_cast<const char*>(text);
 }
 
-// An element without a name is what libxml2 makes of one when memory runs out.
 bool AreNamesakes(const xmlNode& a, const xmlNode& b) {
-    return a.name != nullptr && b.name != nullptr && a.name[0] == b.name[0] &&
-           xmlStrEqual(a.name, b.name) != 0;
+    return a.name[0] == b.name[0] && xmlStrEqual(a.name, b.name) != 0;
 }
 
 bool HasNamesakeAbove(const xmlNode* element) {
@@ -51,7 +49,19 @@ bool HasNamesakeAbove(const xmlNode* element) {
     return above->type == XML_ELEMENT_NODE;
 }
 
-// The parser has bounded the depth.
+// An element without a name is what libxml2 makes of one when memory runs out, and still calls the
+// document whole; local-name() would then read through the null pointer. The parser has bounded the
+// depth.
+bool HasNamelessElement(const xmlNode* node) {
+    for (; node != nullptr; node = node->next) {
+        if (node->type == XML_ELEMENT_NODE &&
+            (node->name == nullptr || HasNamelessElement(node->children))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool NestsNamesakes(const xmlNode* element) {
     for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
         if (child->type == XML_ELEMENT_NODE && (HasNamesakeAbove(child) || NestsNamesakes(child))) {
@@ -95,7 +105,7 @@ void WSDiscoveryBase::ParseProbeMatchMessage(const std::string& ip, const std::s
     const KeptUnlessBounded<xmlDoc> doc(
         IsPrologHarmless(reply) ? xmlParseMemory(reply.data(), static_cast<int>(reply.size()))
                                 : nullptr);
-    if (doc == nullptr) {
+    if (doc == nullptr || HasNamelessElement(doc->children)) {
         WS_LOG(LOG_LEVEL_INFO, "Parse Probe Match Message to XML Failed: %s\n", ip.c_str());
         return;
     }

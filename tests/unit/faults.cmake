@@ -1,0 +1,2 @@
+# What fails around the search, failing (docs/faults.md).
+lanscout_search_test(fault_xmlmemory_test KEEPS_MUCH LIBS fake_system WRAP ${fake_system_wrap})
