@@ -1,2 +1,3 @@
 # What fails around the search, failing (docs/faults.md).
 lanscout_search_test(fault_xmlmemory_test KEEPS_MUCH LIBS fake_system WRAP ${fake_system_wrap})
+lanscout_search_test(fault_systemcall_test LIBS fake_system WRAP ${fake_system_wrap})
