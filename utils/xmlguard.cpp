@@ -58,8 +58,8 @@ void IgnoreError(void*, const xmlError*) {}
 void IgnoreError(void*, xmlError*) {}
 #endif
 
-// Everything that is not set stays null: the parser then builds nothing, resolves nothing and
-// reports to nobody.
+// Everything that is not set stays null: the parser then builds nothing and resolves nothing, and
+// reports to nobody but the thread's own handlers.
 xmlSAXHandler PrologHandler() {
     xmlSAXHandler handler{};
     handler.initialized = XML_SAX2_MAGIC;
@@ -67,7 +67,6 @@ xmlSAXHandler PrologHandler() {
     handler.unparsedEntityDecl = OnUnparsedEntity;
     handler.attributeDecl = OnAttribute;
     handler.startElementNs = OnRoot;
-    handler.serror = IgnoreError;
     return handler;
 }
 

@@ -12,7 +12,8 @@
 // device sends them. Looking for "<!DOCTYPE" in the bytes would miss other encodings, and looking
 // at the parsed document is too late. So a parser of its own reads the prolog, in any encoding that
 // libxml2 knows, and stops at the first such declaration or at the root element, whichever comes
-// first. It opens no file and no connection and writes nothing.
+// first. It opens no connection and no file (but the C library's own table for a rare character
+// set), and it writes nothing on a thread that HardenXmlOnThisThread has made silent.
 //
 // A document with a malformed prolog may be refused too; nothing would come of parsing it.
 bool IsPrologHarmless(std::string_view document);
