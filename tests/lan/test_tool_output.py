@@ -165,6 +165,16 @@ def test_port_that_is_taken_comes_with_the_process(network):
     assert document["complete"] is False
 
 
+def test_upnp_port_that_is_not_shared_comes_with_the_process(network):
+    searcher, _ = camera_network(network)
+    holder = searcher.start("/usr/bin/python3", "-c",
+                            "import socket,time;s=socket.socket(socket.AF_INET,socket.SOCK_DGRAM);"
+                            "s.bind(('10.1.0.1',1900));print('bound',flush=True);time.sleep(60)")
+    holder.wait_for("bound")
+    done = lanscout(searcher, "--only", "upnp", status=3)
+    assert "eth0 (10.1.0.1) upnp: UDP port 1900 is taken by python3" in done.stderr
+
+
 def test_missing_arping_is_said_once(network):
     searcher, camera = camera_network(network)
     without = ["sh", "-c", 'mount --bind /dev/null /usr/bin/arping && exec "$@"', "sh"]

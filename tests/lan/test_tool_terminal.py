@@ -61,13 +61,9 @@ class Terminal:
         return screen_of(self.text, columns)
 
 
-def width_of(line):
-    return sum(2 if unicodedata.east_asian_width(character) in "WF" else 1 for character in line)
-
-
 def screen_of(text, columns):
-    """What the few sequences that the command may use make of a screen without end."""
-    lines, row, column, at = [""], 0, 0, 0
+    """The lines that the few sequences which the command may use leave on a screen without end."""
+    cells, row, column, at = [{}], 0, 0, 0
     while at < len(text):
         sequence = re.compile(r"\x1b\[([0-9;]*)([A-Za-z])").match(text, at)
         if sequence:
@@ -76,7 +72,8 @@ def screen_of(text, columns):
                 assert count <= row, "the cursor would leave the screen"
                 row -= count
             elif sequence[2] == "K":
-                lines[row] = "" if sequence[1] == "2" else lines[row][:column]
+                first = 0 if sequence[1] == "2" else column
+                cells[row] = {place: sign for place, sign in cells[row].items() if place < first}
             else:
                 assert sequence[2] == "m", f"unexpected sequence {sequence[0]!r}"
             at = sequence.end()
@@ -87,13 +84,17 @@ def screen_of(text, columns):
             column = 0
         elif character == "\n":
             row, column = row + 1, 0
-            lines += [""] * (row + 1 - len(lines))
+            cells += [{}] * (row + 1 - len(cells))
         else:
             assert character.isprintable(), f"unexpected character {character!r}"
-            lines[row] = lines[row][:column].ljust(column) + character + lines[row][column + 1:]
+            cells[row] = {**cells[row], column: character}
             column += 1
-            assert width_of(lines[row]) <= columns, f"wider than the terminal: {lines[row]!r}"
-    return lines
+            if unicodedata.east_asian_width(character) in "WF":
+                cells[row][column] = ""  # its second half
+                column += 1
+            assert column <= columns, f"beyond the terminal's last column: {character!r}"
+    return ["".join(line.get(place, " ") for place in range(max(line, default=-1) + 1)).rstrip()
+            for line in cells]
 
 
 def cameras(network, addresses=("10.1.0.2", "10.1.0.3"),
@@ -118,7 +119,7 @@ def test_live_table_makes_room_for_the_final_one(network):
 
 def test_narrow_terminal_is_never_overrun(network):
     searcher, responder = cameras(
-        network, scopes="onvif://www.onvif.org/hardware/%E5%85%A5%E5%8F%A3" * 8)
+        network, scopes="onvif://www.onvif.org/hardware/" + "%E5%85%A5%E5%8F%A3" * 8)
     with responder:
         narrow = Terminal(network, searcher, "--timeout", "4", columns=40, rows=10)
         assert narrow.end() == 0

@@ -61,6 +61,13 @@ TEST(PortOwner, WildcardOfIpv6Counts) {
     EXPECT_EQ(FindUdpPortOwner("192.168.1.2", 3702, proc.Path())->name, "discoveryd");
 }
 
+TEST(PortOwner, EveryAddressIsInTheWildcardsWay) {
+    const ScratchFolder proc;
+    proc.Write("net/udp", std::string(kHeading) + kSocket);
+    AddProcess(proc, "812", "wsdd", "4711");
+    EXPECT_EQ(FindUdpPortOwner("0.0.0.0", 3702, proc.Path())->pid, 812);
+}
+
 TEST(PortOwner, UserIsNamedWhereTheProcessMayNotBeSeen) {
     const ScratchFolder proc;
     proc.Write("net/udp6", std::string(kHeading) + kWildcard6);

@@ -27,14 +27,17 @@ std::string Ipv4Hex(const std::string& address) {
     return fmt::format("{:08X}", binary.s_addr);
 }
 
+bool IsWildcard(const std::string& hex) {
+    return std::all_of(hex.begin(), hex.end(), [](char c) { return c == '0'; });
+}
+
 bool Holds(const std::string& local, const std::string& address, const std::string& port) {
     const auto colon = local.find(':');
     if (colon == std::string::npos || local.substr(colon + 1) != port) {
         return false;
     }
     const std::string host = local.substr(0, colon);
-    return host == address ||
-           std::all_of(host.begin(), host.end(), [](char c) { return c == '0'; });
+    return host == address || IsWildcard(host) || IsWildcard(address);
 }
 
 std::optional<SocketEntry> FindSocket(const fs::path& table, const std::string& address,
@@ -100,7 +103,7 @@ std::optional<PortOwner> FindUdpPortOwner(const std::string& address, std::uint1
     const std::string portHex = fmt::format("{:04X}", port);
     std::optional<SocketEntry> socket = FindSocket(proc / "net/udp", Ipv4Hex(address), portHex);
     if (!socket) {
-        socket = FindSocket(proc / "net/udp6", "", portHex);
+        socket = FindSocket(proc / "net/udp6", "-", portHex);
     }
     if (!socket) {
         return std::nullopt;

@@ -1,6 +1,5 @@
 #include "tools/lanscout/upnpsearch.h"
 
-#include <arpa/inet.h>
 #include <fmt/core.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -13,6 +12,7 @@
 
 #include "tools/lanscout/arpcache.h"
 #include "tools/lanscout/description.h"
+#include "tools/lanscout/portowner.h"
 #include "utils/upnpsearchbase.h"
 
 namespace LanscoutTool {
@@ -22,6 +22,7 @@ constexpr std::chrono::milliseconds kPollInterval{50};
 constexpr int kFirstPort = 49152;    // of the dynamic ones (RFC 6335); libupnp's own choice
 constexpr int kPortsPerSearch = 64;  // so that searches at once try different ones
 constexpr int kLastPort = 65535;
+constexpr int kSsdpPort = 1900;  // UPnP Device Architecture 1.0
 
 class Search : public UpnpSearchBase {
 public:
@@ -43,13 +44,18 @@ private:
     Sender& m_sender;
 };
 
+// A socket of that kind bound to the address, as libupnp does: shared where that is said.
 template <typename Address>
-bool CanListen(int family, Address address) {
-    const int fd = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+bool CanBind(int kind, const Address& address, bool shared) {
+    const int family = reinterpret_cast<const sockaddr*>(&address)->sa_family;
+    const int fd = socket(family, kind | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         return family == AF_INET6;  // without IPv6 nobody else has the port there either
     }
     const int yes = 1;
+    if (shared) {
+        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    }
     if (family == AF_INET6) {
         setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof yes);
     }
@@ -58,24 +64,28 @@ bool CanListen(int family, Address address) {
     return can || (family == AF_INET6 && errno == EADDRNOTAVAIL);
 }
 
-// libupnp listens at the address, and at the wildcard address of IPv6.
-bool IsFree(const std::string& address, int port) {
-    sockaddr_in v4{};
-    v4.sin_family = AF_INET;
-    v4.sin_port = htons(static_cast<std::uint16_t>(port));
-    inet_pton(AF_INET, address.c_str(), &v4.sin_addr);
+sockaddr_in AnyAddress(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    return address;
+}
+
+// libupnp listens at the address and at the wildcard address of IPv6, which takes a listener at any
+// IPv4 address of this machine for a rival.
+bool IsFree(int port) {
     sockaddr_in6 v6{};
     v6.sin6_family = AF_INET6;
-    v6.sin6_port = v4.sin_port;
-    return CanListen(AF_INET, v4) && CanListen(AF_INET6, v6);
+    v6.sin6_port = htons(static_cast<std::uint16_t>(port));
+    return CanBind(SOCK_STREAM, AnyAddress(port), false) && CanBind(SOCK_STREAM, v6, false);
 }
 
 // A failed start cannot be followed by another one in the same process, so the port is looked for
 // beforehand.
-std::optional<int> FindFreePort(const std::string& address, int number) {
+std::optional<int> FindFreePort(int number) {
     const int first = kFirstPort + number * kPortsPerSearch % (kLastPort - kFirstPort);
     for (int port = first; port <= kLastPort && port < first + kPortsPerSearch; ++port) {
-        if (IsFree(address, port)) {
+        if (IsFree(port)) {
             return port;
         }
     }
@@ -85,7 +95,12 @@ std::optional<int> FindFreePort(const std::string& address, int number) {
 std::string StartFailure(const Target& target, int port, int code) {
     switch (code) {
         case UPNP_E_SOCKET_BIND:
-            return fmt::format("TCP port {} was taken by another process meanwhile", port);
+            if (!CanBind(SOCK_DGRAM, AnyAddress(kSsdpPort), true)) {
+                return fmt::format("UDP port {} is taken by {}, which does not share it", kSsdpPort,
+                                   PortOwnerText(FindUdpPortOwner("0.0.0.0", kSsdpPort)));
+            }
+            return fmt::format("TCP port {} was taken by another process meanwhile; try again",
+                               port);
         case UPNP_E_INVALID_INTERFACE:
             return fmt::format(
                 "the installed libupnp does not search on {}, its interface is down "
@@ -99,7 +114,7 @@ std::string StartFailure(const Target& target, int port, int code) {
 }  // namespace
 
 void RunUpnpSearch(const Target& target, int seconds, int number, Sender& sender) {
-    const std::optional<int> port = FindFreePort(target.address, number);
+    const std::optional<int> port = FindFreePort(number);
     if (!port) {
         return sender.Send(FailureMessage{"no TCP port is free for libupnp to listen at", 0});
     }
