@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <memory>
 #include <mutex>
 
 #include "host/standalone/seam.h"
@@ -103,6 +104,34 @@ bool WriteToSink(std::string_view line) {
     }
     pthread_rwlock_unlock(&g_sinkLock);
     return sink.pfnLine != nullptr;
+}
+
+// A child that the host forks while other threads log must be able to log too, and those threads
+// are not there to give back what they hold.
+void BeforeFork() {
+    if (!t_bInSink) {
+        pthread_rwlock_rdlock(&g_sinkLock);  // nobody is in the midst of changing the sink
+    }
+}
+
+void InForkingProcess() {
+    if (!t_bInSink) {
+        pthread_rwlock_unlock(&g_sinkLock);
+    }
+}
+
+// The lock of standard error is not waited for before the fork: it may be held for long.
+void InForkedChild() {
+    constexpr pthread_rwlock_t kFree = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
+    g_sinkLock = kFree;
+    if (t_bInSink) {
+        pthread_rwlock_rdlock(&g_sinkLock);  // the sink that forked gives it back
+    }
+    std::construct_at(&g_standardError);
+}
+
+[[gnu::constructor]] void LookAfterForks() {
+    pthread_atfork(BeforeFork, InForkingProcess, InForkedChild);
 }
 
 }  // namespace

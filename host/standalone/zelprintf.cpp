@@ -1,9 +1,12 @@
+#include <pthread.h>
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string_view>
 
@@ -12,6 +15,20 @@
 #include "host/standalone/seam.h"
 
 namespace {
+
+// localtime_r holds a lock of the C library's that fork knows nothing of: a child that is forked
+// while another thread holds it would wait for it for ever.
+std::mutex g_localTime;
+
+[[gnu::constructor]] void LookAfterForks() {
+    pthread_atfork([] { g_localTime.lock(); }, [] { g_localTime.unlock(); },
+                   [] { g_localTime.unlock(); });
+}
+
+bool ToLocalTime(const time_t& seconds, tm& parts) {
+    const std::lock_guard lock(g_localTime);
+    return localtime_r(&seconds, &parts) != nullptr;
+}
 
 std::string_view TextOf(const char* text) {
     return text == nullptr ? "?" : text;
@@ -22,7 +39,7 @@ void AppendTime(LogText& line) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     tm parts{};
-    if (localtime_r(&now.tv_sec, &parts) == nullptr) {
+    if (!ToLocalTime(now.tv_sec, parts)) {
         gmtime_r(&now.tv_sec, &parts);
     }
     const long offsetMinutes = std::labs(parts.tm_gmtoff) / 60;
