@@ -1,6 +1,7 @@
 #include "tools/lanscout/arguments.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <CLI/CLI.hpp>
 #include <iostream>

@@ -1,6 +1,7 @@
 #include "tools/lanscout/reporter.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <map>
