@@ -3,17 +3,18 @@
 #include <netinet/in.h>
 
 #include <array>
-#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
 
 namespace lansim {
 
 // An IPv4 address in host byte order, so that addresses can be counted up.
 struct Ipv4 {
     std::uint32_t value = 0;
-    auto operator<=>(const Ipv4&) const = default;
+    bool operator==(const Ipv4&) const = default;
+    bool operator<(const Ipv4& other) const { return value < other.value; }
 };
 
 using Mac = std::array<std::uint8_t, 6>;
@@ -21,7 +22,10 @@ using Mac = std::array<std::uint8_t, 6>;
 struct Endpoint {
     Ipv4 ip;
     std::uint16_t port = 0;
-    auto operator<=>(const Endpoint&) const = default;
+    bool operator==(const Endpoint&) const = default;
+    bool operator<(const Endpoint& other) const {
+        return std::tie(ip, port) < std::tie(other.ip, other.port);
+    }
 };
 
 // An address together with the network it stands in, as in 10.99.0.1/16.

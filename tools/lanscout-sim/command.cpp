@@ -29,6 +29,7 @@ constexpr std::chrono::milliseconds kGraceStep{20};
     signal(SIGPIPE, SIG_DFL);
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const auto& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);

@@ -23,6 +23,7 @@ std::vector<SimulatedHost> HostsOf(const Population& population) {
         host.udpPorts.insert(kSsdpPort);
     }
     std::vector<SimulatedHost> list;
+    list.reserve(hosts.size());
     for (auto& [ip, host] : hosts)
         list.push_back(host);
     return list;

@@ -43,7 +43,7 @@ void AllowDescriptors(std::size_t sockets) {
 void CheckLoopbackIsUp() {
     const lansim::Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
-    std::strcpy(static_cast<char*>(request.ifr_name), "lo");
+    std::string("lo").copy(static_cast<char*>(request.ifr_name), IFNAMSIZ - 1);
     if (ioctl(fd.Get(), SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_UP) == 0)
         throw SetupError("the loopback device is down; bring it up with: ip link set lo up");
 }

@@ -1,6 +1,7 @@
 #include "tools/lanscout-sim/upnpresponder.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace lansim {
 namespace {
@@ -42,11 +43,12 @@ void UpnpResponder::Ask(UpnpDevice& device, const SsdpSearch& search, Endpoint f
     const unsigned repeats = device.Does(Misbehaviour::UpnpFlood) ? kFloodSize : 1;
     for (const auto& identity : IdentitiesFor(device, search.target)) {
         for (unsigned i = 0; i < repeats; ++i) {
-            const std::string text =
+            std::string text =
                 SearchAnswer(device, identity, LocationOf(device, m_nextFloodNumber++));
-            m_outbox.Add(
-                now + m_random.UpTo(longest),
-                {{device.ip, kSsdpPort}, from, [text] { return text; }, &device.answersSent});
+            m_outbox.Add(now + m_random.UpTo(longest), {{device.ip, kSsdpPort},
+                                                        from,
+                                                        [text = std::move(text)] { return text; },
+                                                        &device.answersSent});
         }
     }
 }
@@ -61,10 +63,11 @@ void UpnpResponder::SayAlive(TimePoint now) {
 
 void UpnpResponder::SayAlive(UpnpDevice& device, TimePoint now) {
     for (const auto& identity : IdentitiesOf(device)) {
-        const std::string text = AliveNotice(device, identity, LocationOf(device));
-        m_outbox.Add(
-            now,
-            {{device.ip, kSsdpPort}, kGroup, [text] { return text; }, &device.advertisementsSent});
+        std::string text = AliveNotice(device, identity, LocationOf(device));
+        m_outbox.Add(now, {{device.ip, kSsdpPort},
+                           kGroup,
+                           [text = std::move(text)] { return text; },
+                           &device.advertisementsSent});
     }
 }
 
@@ -72,10 +75,10 @@ void UpnpResponder::SayByebye(TimePoint now) {
     m_nextChat.reset();
     for (auto& device : m_devices) {
         for (const auto& identity : IdentitiesOf(device)) {
-            const std::string text = ByebyeNotice(identity);
+            std::string text = ByebyeNotice(identity);
             m_outbox.Add(now, {{device.ip, kSsdpPort},
                                kGroup,
-                               [text] { return text; },
+                               [text = std::move(text)] { return text; },
                                &device.advertisementsSent});
         }
     }
