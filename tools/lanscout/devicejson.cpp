@@ -50,7 +50,8 @@ const Json* ArrayAt(const Json& json, const char* name) {
 
 bool IsIpv4(const std::string& text) {
     in_addr address{};
-    return inet_pton(AF_INET, text.c_str(), &address) == 1;
+    // inet_pton reads up to a zero byte, behind which anything may stand.
+    return text.find('\0') == std::string::npos && inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
 int PortFrom(const Json& json) {
