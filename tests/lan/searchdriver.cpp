@@ -1,6 +1,8 @@
 // Runs camera searches as a server does and prints what came of it, one JSON object a line, for the
 // LAN tests: every log line, every change of the count, the records, and at the end what threads
 // and descriptors are left.
+#include <sys/wait.h>
+
 #include <CLI/CLI.hpp>
 #include <atomic>
 #include <chrono>
@@ -34,16 +36,16 @@ struct Options {
 
 double Seconds() {
     using std::chrono::steady_clock;
-    static const steady_clock::time_point Start = steady_clock::now();
-    return std::chrono::duration<double>(steady_clock::now() - Start).count();
+    static const steady_clock::time_point start = steady_clock::now();
+    return std::chrono::duration<double>(steady_clock::now() - start).count();
 }
 
 // One whole line in one call: log lines come from the discovery threads.
 void Print(json event) {
     event["seconds"] = Seconds();
     const std::string line = event.dump(-1, ' ', true, json::error_handler_t::replace) + "\n";
-    static std::mutex Lock;
-    const std::lock_guard guard(Lock);
+    static std::mutex lock;
+    const std::lock_guard guard(lock);
     fputs(line.c_str(), stdout);
     fflush(stdout);
 }
@@ -63,6 +65,12 @@ long PeakKilobytes() {
     return -1;
 }
 
+// Also one that has ended and that nobody has waited for.
+bool HasChild() {
+    siginfo_t info{};
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
 void PrintLeft(const char* when) {
     namespace fs = std::filesystem;
     const auto count = [](const char* folder) {
@@ -72,7 +80,8 @@ void PrintLeft(const char* when) {
            {"when", when},
            {"peakKilobytes", PeakKilobytes()},
            {"threads", count("/proc/self/task")},
-           {"descriptors", count("/proc/self/fd")}});
+           {"descriptors", count("/proc/self/fd")},
+           {"children", HasChild()}});
 }
 
 // A server's threads that look at a search all the while, and what they see must always hold.
