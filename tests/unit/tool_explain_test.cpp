@@ -26,9 +26,10 @@ TEST(Explain, TakenPortIsSaidWithItsNumber) {
     EXPECT_THAT(Explain("Bind socket failed. [98]").what, HasSubstr("taken by"));
 }
 
-TEST(Explain, UnreachableNetworkComesWithTheRoute) {
+TEST(Explain, UnreachableNetworkMeansThatTheAddressHasGone) {
+    EXPECT_THAT(Explain("Send probe message failed. [101]").what, HasSubstr("no longer"));
     EXPECT_THAT(Explain("Send probe message failed. [101]").remedy,
-                HasSubstr("ip route add 239.0.0.0/8 dev eth7"));
+                HasSubstr("ip -4 address show dev eth7"));
 }
 
 TEST(Explain, InterfaceThatIsDownComesWithTheCommand) {

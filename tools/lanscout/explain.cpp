@@ -59,10 +59,13 @@ void ExplainBind(Problem& problem, int number) {
 void ExplainSend(Problem& problem, int number) {
     const std::string device = DeviceName(problem.target);
     switch (number) {
+        // Not for want of a multicast route: a socket that is bound to an address needs none.
         case ENETUNREACH:
         case EHOSTUNREACH:
-            problem.what = "there is no route for multicast, so no Probe can be sent";
-            problem.remedy = fmt::format("Add one with: ip route add 239.0.0.0/8 dev {}", device);
+        case EINVAL:
+            problem.what = "the address is no longer this machine's, so no Probe can be sent";
+            problem.remedy =
+                fmt::format("See what is there with: ip -4 address show dev {}", device);
             break;
         case ENETDOWN:
         case ENODEV:
@@ -73,9 +76,6 @@ void ExplainSend(Problem& problem, int number) {
         case EACCES:
             problem.what = "sending a Probe is not permitted";
             problem.remedy = "A firewall rule of this machine may forbid UDP to 239.255.255.250";
-            break;
-        case EINVAL:
-            problem.what = "the address is no longer this machine's, so no Probe can be sent";
             break;
         default:
             problem.what = "sending a Probe failed: " + ErrorText(number);
