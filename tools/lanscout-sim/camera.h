@@ -34,6 +34,10 @@ struct Camera {
     std::uint32_t messageNumber = 0;
 
     bool Does(Misbehaviour kind) const { return misbehaviours.contains(kind); }
+
+    // The types that it has.
+    bool SaysTransmitter() const { return isVideoTransmitter && !Does(Misbehaviour::DeviceOnly); }
+    bool SaysDevice() const { return isDevice || Does(Misbehaviour::DeviceOnly); }
 };
 
 // What a camera says in its Scopes and XAddrs when it behaves.

@@ -95,8 +95,9 @@ void LoopbackNetwork::Listen(const Endpoint& at, bool isGroup) {
         throw SetupError(
             fmt::format("cannot open a socket for {}: {}", ToText(at.ip), std::strerror(errno)));
     const int on = 1;
-    // Others on this machine may listen to the group as well.
-    if (isGroup)
+    // Others on this machine may listen to the group as well, and a UPnP library listens at SSDP's
+    // port of every address.
+    if (isGroup || at.port == kSsdpPort)
         setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     const sockaddr_in address = ToSockaddr(at);
     if (bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)

@@ -45,10 +45,9 @@ bool IsSegmentPrefix(const std::string& asked, const std::string& owned) {
 }
 
 bool HasType(const Camera& camera, const QualifiedName& type) {
-    const bool isTransmitter = camera.isVideoTransmitter && !camera.Does(Misbehaviour::DeviceOnly);
-    return (isTransmitter &&
+    return (camera.SaysTransmitter() &&
             type == QualifiedName{std::string(kOnvifNetworkNs), "NetworkVideoTransmitter"}) ||
-           (camera.isDevice && type == QualifiedName{std::string(kOnvifDeviceNs), "Device"});
+           (camera.SaysDevice() && type == QualifiedName{std::string(kOnvifDeviceNs), "Device"});
 }
 
 }  // namespace

@@ -64,9 +64,9 @@ std::vector<std::string> SaidScopes(const Camera& camera) {
 
 std::string TypesText(const Camera& camera, const ReplyShape& shape) {
     std::vector<std::string> types;
-    if (camera.isVideoTransmitter && !camera.Does(Misbehaviour::DeviceOnly))
+    if (camera.SaysTransmitter())
         types.push_back(fmt::format("{}:NetworkVideoTransmitter", shape.networkPrefix));
-    if (camera.isDevice)
+    if (camera.SaysDevice())
         types.push_back(fmt::format("{}:Device", shape.devicePrefix));
     return fmt::format("{}", fmt::join(types, " "));
 }
