@@ -15,7 +15,7 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
 endif()
 
 if(LANSCOUT_SANITIZE)
-  add_compile_options(-fsanitize=${LANSCOUT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  add_compile_options(-fsanitize=${LANSCOUT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
   add_link_options(-fsanitize=${LANSCOUT_SANITIZE})
 endif()
 if(LANSCOUT_FUZZERS)
