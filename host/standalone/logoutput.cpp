@@ -123,6 +123,7 @@ void InForkingProcess() {
 // The lock of standard error is not waited for before the fork: it may be held for long.
 void InForkedChild() {
     constexpr pthread_rwlock_t kFree = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
+    InForkingProcess();  // this thread's own hold; those of the other threads go with the next line
     g_sinkLock = kFree;
     if (t_bInSink) {
         pthread_rwlock_rdlock(&g_sinkLock);  // the sink that forked gives it back
@@ -130,7 +131,8 @@ void InForkedChild() {
     std::construct_at(&g_standardError);
 }
 
-[[gnu::constructor]] void LookAfterForks() {
+// After the local time's, which is at 101 and says why.
+[[gnu::constructor(102)]] void LookAfterForks() {
     pthread_atfork(BeforeFork, InForkingProcess, InForkedChild);
 }
 

@@ -20,7 +20,9 @@ namespace {
 // while another thread holds it would wait for it for ever.
 std::mutex g_localTime;
 
-[[gnu::constructor]] void LookAfterForks() {
+// Before the log output's, which is at 102: a fork takes the locks in the reverse order, the sink's
+// first and this one second, as a sink that logs or forks does.
+[[gnu::constructor(101)]] void LookAfterForks() {
     pthread_atfork([] { g_localTime.lock(); }, [] { g_localTime.unlock(); },
                    [] { g_localTime.unlock(); });
 }

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "control/standalonehost.h"
+#include "tests/lan/events.h"
 #include "utils/wsdiscoverybase.h"
 
 namespace {
@@ -33,22 +34,6 @@ struct Options {
     int pollers = 0;
     int level = LOG_LEVEL_INFO;
 };
-
-double Seconds() {
-    using std::chrono::steady_clock;
-    static const steady_clock::time_point start = steady_clock::now();
-    return std::chrono::duration<double>(steady_clock::now() - start).count();
-}
-
-// One whole line in one call: log lines come from the discovery threads.
-void Print(json event) {
-    event["seconds"] = Seconds();
-    const std::string line = event.dump(-1, ' ', true, json::error_handler_t::replace) + "\n";
-    static std::mutex lock;
-    const std::lock_guard guard(lock);
-    fputs(line.c_str(), stdout);
-    fflush(stdout);
-}
 
 void PrintLogLine(const char* line, std::size_t length, void* /*cookie*/) {
     Print({{"event", "log"}, {"text", std::string_view(line, length)}});

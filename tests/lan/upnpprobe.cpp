@@ -7,17 +7,16 @@
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 
+#include "tests/lan/events.h"
 #include "utils/upnpsearchbase.h"
 
 namespace {
 
 using nlohmann::json;
-using std::chrono::steady_clock;
 
 struct Options {
     std::string address;
@@ -26,21 +25,6 @@ struct Options {
 };
 
 volatile std::sig_atomic_t g_stopNow = 0;  // an interrupt stops the search before its time is spent
-
-double Seconds() {
-    static const steady_clock::time_point start = steady_clock::now();
-    return std::chrono::duration<double>(steady_clock::now() - start).count();
-}
-
-// One whole line in one call: devices are told on libupnp's threads.
-void Print(json event) {
-    event["seconds"] = Seconds();
-    const std::string line = event.dump(-1, ' ', true, json::error_handler_t::replace) + "\n";
-    static std::mutex lock;
-    const std::lock_guard guard(lock);
-    fputs(line.c_str(), stdout);
-    fflush(stdout);
-}
 
 auto CountEntries(const char* folder) {
     namespace fs = std::filesystem;

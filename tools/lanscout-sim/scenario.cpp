@@ -99,22 +99,28 @@ std::set<Misbehaviour> ReadMisbehaviours(Reader& reader, bool ofUpnp) {
     return kinds;
 }
 
+// What a camera and a UPnP device have alike.
+template <typename Device>
+void ReadIdentity(Reader& reader, Device& device) {
+    reader.Read("name", device.name);
+    reader.Read("maker", device.maker);
+    reader.Read("uuid", device.uuid);
+    reader.Read("port", device.port);
+    reader.ReadText("ip", device.ip, ParseIpv4, "an IPv4 address");
+    reader.ReadText("mac", device.mac, ParseMac, "a MAC address as 02:4C:00:00:00:01");
+}
+
 Camera ReadCamera(const json& object, const std::string& place) {
     Reader reader(object, place);
     Camera camera;
     camera.maker = "Named";
     camera.hardware = "Camera";
-    reader.Read("name", camera.name);
-    reader.Read("maker", camera.maker);
+    ReadIdentity(reader, camera);
     reader.Read("hardware", camera.hardware);
     reader.Read("location", camera.location);
-    reader.Read("uuid", camera.uuid);
-    reader.Read("port", camera.port);
     reader.Read("shape", camera.shape);
     reader.Read("xaddrs", camera.xaddrs);
     reader.Read("scopes", camera.scopes);
-    reader.ReadText("ip", camera.ip, ParseIpv4, "an IPv4 address");
-    reader.ReadText("mac", camera.mac, ParseMac, "a MAC address as 02:4C:00:00:00:01");
     ReadTypes(reader, camera);
     camera.misbehaviours = ReadMisbehaviours(reader, false);
     reader.RefuseUnknownKeys();
@@ -130,14 +136,9 @@ UpnpDevice ReadUpnpDevice(const json& object, const std::string& place) {
     device.name = "Device";
     device.maker = "Named";
     device.model = "Device";
-    reader.Read("name", device.name);
-    reader.Read("maker", device.maker);
+    ReadIdentity(reader, device);
     reader.Read("model", device.model);
     reader.Read("kind", device.kind);
-    reader.Read("uuid", device.uuid);
-    reader.Read("port", device.port);
-    reader.ReadText("ip", device.ip, ParseIpv4, "an IPv4 address");
-    reader.ReadText("mac", device.mac, ParseMac, "a MAC address as 02:4C:00:00:00:01");
     device.misbehaviours = ReadMisbehaviours(reader, true);
     reader.RefuseUnknownKeys();
     return device;
