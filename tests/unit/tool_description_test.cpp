@@ -120,6 +120,11 @@ TEST(ResolvePage, RelativeAddressIsResolved) {
     EXPECT_EQ(ResolvePage("//192.168.1.21/x", kLocation), "http://192.168.1.21/x");
 }
 
+TEST(ResolvePage, SchemeIsInLowerCase) {
+    EXPECT_EQ(ResolvePage("//192.168.1.21/X", "httP://192.168.1.20/"), "http://192.168.1.21/X");
+    EXPECT_EQ(ResolvePage("HTTPS://192.168.1.21/X", kLocation), "https://192.168.1.21/X");
+}
+
 TEST(ResolvePage, OtherSchemesAreDropped) {
     EXPECT_EQ(ResolvePage("javascript:alert(1)", kLocation), "");
     EXPECT_EQ(ResolvePage("file:///etc/passwd", kLocation), "");

@@ -98,6 +98,10 @@ std::string ResolvePage(const std::string& reference, const std::string& base) {
         parts->user != nullptr || url.size() > kLongestKeptBytes) {
         return {};
     }
+    // A scheme's canonical form is lower case (RFC 3986, 3.1), and what a page's address begins
+    // with is looked at elsewhere.
+    const std::string scheme = Lower(parts->scheme);
+    url.replace(0, scheme.size(), scheme);
     const bool plain = std::all_of(url.begin(), url.end(), [](unsigned char c) {
         return c > 0x20 && c < 0x7F && c != '"' && c != '<' && c != '>' && c != '\\' && c != '`';
     });
