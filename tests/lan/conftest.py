@@ -10,6 +10,7 @@ import sys
 import pytest
 
 import lan
+from sandbox import not_available
 
 SKIPPED = 77  # what ctest's SKIP_RETURN_CODE expects
 
@@ -30,7 +31,7 @@ def network(request):
                 lan.Lan() as made:
             yield made
     except lan.Unavailable as reason:
-        _not_available(reason)
+        not_available(reason)
 
 
 @contextlib.contextmanager
@@ -55,15 +56,8 @@ def real_time():
     runs on this machine does not decide a test."""
     prefix = ["chrt", "--fifo", "1"]
     if subprocess.run([*prefix, "true"], capture_output=True, check=False).returncode != 0:
-        _not_available("this user may not give programs real-time priority")
+        not_available("this user may not give programs real-time priority")
     return prefix
-
-
-def _not_available(reason):
-    text = f"not to be had here: {reason}"
-    if os.environ.get("CI") == "true":
-        pytest.fail(text + " (in CI that is a failure)")
-    pytest.skip(text)
 
 
 class _Counter:

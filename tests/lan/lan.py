@@ -76,10 +76,10 @@ def new_name():
     return f"ls{next(_numbers):04d}-{os.getpid()}"
 
 
-def _ip(*arguments, timeout=20):
+def _ip(*arguments, before=(), timeout=20):
     environment = dict(os.environ, PATH=TOOL_PATH, LC_ALL="C")
-    done = subprocess.run(["ip", *arguments], capture_output=True, text=True, timeout=timeout,
-                          env=environment, check=False)
+    done = subprocess.run([*before, "ip", *arguments], capture_output=True, text=True,
+                          timeout=timeout, env=environment, check=False)
     if done.returncode != 0:
         raise RuntimeError(f"ip {' '.join(arguments)}: {done.stderr.strip()}")
     return done.stdout
@@ -196,11 +196,12 @@ class Namespace:
         self.name = name
 
     def command(self, *command):
-        return ["ip", "netns", "exec", self.name, *map(str, command)]
+        # Not "ip netns exec": that mounts a /sys, which the root of a mere chroot does not let it.
+        return ["nsenter", f"--net={NETNS_FOLDER / self.name}", "--", *map(str, command)]
 
     def ip(self, *arguments):
         """Runs ip(8) in here; returns what it printed, decoded from JSON where there is any."""
-        text = _ip("-json", "-netns", self.name, *map(str, arguments))
+        text = _ip("-json", *map(str, arguments), before=self.command())
         return json.loads(text) if text.strip() else []
 
     def batch(self, lines, go_on=False):
@@ -208,12 +209,12 @@ class Namespace:
         with tempfile.NamedTemporaryFile("w", prefix="lan-batch-") as file:
             file.write("\n".join(lines) + "\n")
             file.flush()
-            command = ["-netns", self.name, "-batch", file.name]
+            command = ["-batch", file.name]
             if not go_on:
-                _ip(*command, timeout=60)
+                _ip(*command, before=self.command(), timeout=60)
                 return
             with contextlib.suppress(RuntimeError):
-                _ip("-force", *command, timeout=60)
+                _ip("-force", *command, before=self.command(), timeout=60)
 
     def run(self, *command, timeout=20, check=True):
         """Runs a program in here to its end, bounded in time; returns subprocess's record."""

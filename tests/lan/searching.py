@@ -4,6 +4,7 @@ import json
 import shutil
 
 from lan import program
+from sandbox import own_mounts
 
 
 class Search:
@@ -71,8 +72,7 @@ def search(host, address, seconds=1, **options):
 
 class CountedArping:
     """Has searches run arping through a script that notes each run. The script lies over
-    /usr/bin/arping in the search's own mount namespace only, which ip(8) makes for it. Unless
-    `real`, the script sends nothing and succeeds."""
+    /usr/bin/arping for the search alone. Unless `real`, it sends nothing and succeeds."""
 
     def __init__(self, network, real=True):
         self._notes = network.folder / "arping-runs"
@@ -83,7 +83,8 @@ class CountedArping:
         last = f'exec {itself} "$@"' if real else ""
         script.write_text(f'#!/bin/sh\necho "$*" >> {self._notes}\n{last}\n')
         script.chmod(0o755)
-        self.prefix = ["sh", "-c", 'mount --bind "$0" /usr/bin/arping && exec "$@"', script]
+        self.prefix = [*own_mounts(), "sh", "-c",
+                       'mount --bind "$0" /usr/bin/arping && exec "$@"', script]
 
     @property
     def runs(self):

@@ -3,6 +3,7 @@
 import pytest
 
 from camera import Responder, reply
+from sandbox import own_mounts
 from searching import Search, search
 
 SEARCHER = "10.1.0.1"
@@ -36,7 +37,7 @@ def instead_of_arping(network, script, mode=0o755):
     path = network.folder / "arping"
     path.write_text(script)
     path.chmod(mode)
-    return ["sh", "-c", 'mount --bind "$0" /usr/bin/arping && exec "$@"', path]
+    return [*own_mounts(), "sh", "-c", 'mount --bind "$0" /usr/bin/arping && exec "$@"', path]
 
 
 def without_arping(network):
@@ -45,7 +46,7 @@ def without_arping(network):
     script = ('mkdir "$0/all" "$0/some" && mount --bind /usr/bin "$0/all" && '
               'ln -s "$0"/all/* "$0/some" && rm "$0/some/arping" && '
               'mount --bind "$0/some" /usr/bin && exec "$@"')
-    return ["sh", "-c", script, network.folder]
+    return [*own_mounts(), "sh", "-c", script, network.folder]
 
 
 FAULTS = {

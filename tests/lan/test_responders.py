@@ -11,6 +11,7 @@ import pytest
 
 from camera import Responder, reply
 from lan import GROUP, PORT, TOOL_PATH
+from sandbox import not_available
 from searching import Search, search
 
 SEARCHER = "10.1.0.1"
@@ -114,7 +115,7 @@ def onvif_client():
     """The npm package onvif in the version that npm/package-lock.json pins, installed once a
     build folder."""
     if shutil.which("npm") is None:
-        _not_available("npm is not installed")
+        not_available("npm is not installed")
     folder = Path(os.environ["LANSCOUT_BUILD"], "tests/lan/npm").resolve()
     folder.mkdir(parents=True, exist_ok=True)
     with open(folder / "lock", "w", encoding="ascii") as lock:
@@ -126,14 +127,8 @@ def onvif_client():
                                   cwd=folder, stdin=subprocess.DEVNULL, capture_output=True,
                                   text=True, timeout=60, check=False)
             if done.returncode != 0:
-                _not_available("npm ci failed: " + done.stderr[-400:])
+                not_available("npm ci failed: " + done.stderr[-400:])
     return folder / "probe.js"
-
-
-def _not_available(reason):
-    if os.environ.get("CI") == "true":
-        pytest.fail(reason)
-    pytest.skip(reason)
 
 
 def onvif_cameras(client):

@@ -7,6 +7,7 @@ import jsonschema
 import pytest
 
 from camera import Responder, reply
+from sandbox import own_mounts
 from toolrun import SCHEMA, by_address, check_document, check_line, lanscout, result, simulated
 
 ODD = ("--misbehave", "control-characters=10%", "--misbehave", "no-scopes=10%", "--misbehave",
@@ -177,7 +178,8 @@ def test_upnp_port_that_is_not_shared_comes_with_the_process(network):
 
 def test_missing_arping_is_said_once(network):
     searcher, camera = camera_network(network)
-    without = ["sh", "-c", 'mount --bind /dev/null /usr/bin/arping && exec "$@"', "sh"]
+    without = [*own_mounts(), "sh", "-c", 'mount --bind /dev/null /usr/bin/arping && exec "$@"',
+               "sh"]
     with camera:
         done = lanscout(searcher, "--timeout", 4, prefix=without)
     assert done.stderr.count("arping is missing") == 1
