@@ -123,9 +123,13 @@ def onvif_client():
         for name in ("package.json", "package-lock.json", "probe.js"):
             shutil.copy(HERE / "npm" / name, folder)
         if not (folder / "node_modules/onvif/package.json").exists():
-            done = subprocess.run(["npm", "ci", "--ignore-scripts", "--no-audit", "--no-fund"],
-                                  cwd=folder, stdin=subprocess.DEVNULL, capture_output=True,
-                                  text=True, timeout=60, check=False)
+            try:
+                done = subprocess.run(
+                    ["npm", "ci", "--ignore-scripts", "--no-audit", "--no-fund",
+                     "--fetch-retries=0"], cwd=folder, stdin=subprocess.DEVNULL,
+                    capture_output=True, text=True, timeout=60, check=False)
+            except subprocess.TimeoutExpired:
+                not_available("npm ci did not end within 60 s")
             if done.returncode != 0:
                 not_available("npm ci failed: " + done.stderr[-400:])
     return folder / "probe.js"
