@@ -5,8 +5,10 @@ import contextlib
 import http.client
 import json
 
-CHROMIUM = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-            "--disable-background-networking", "--disable-component-update", "--disable-sync"]
+# Driven by a pipe: for a socket it would look up "localhost", which a bare system has no file for.
+CHROMIUM = ["--headless", "--remote-debugging-pipe", "--no-sandbox", "--disable-gpu",
+            "--disable-quic", "--no-first-run", "--disable-background-networking",
+            "--disable-component-update", "--disable-sync"]
 
 
 class Browser:

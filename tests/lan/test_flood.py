@@ -26,7 +26,7 @@ def hosts(network):
     network.plug(flooding, switch, "10.1.0.3/8")
     # While nobody listens, the kernel would ask for each forged sender's address in order to
     # complain to it, and fill the neighbour table, which is one for all tests on this machine.
-    searcher.ip("rule", "add", "pref", 10, "ipproto", "icmp", "blackhole")
+    searcher.ip("rule", "add", "pref", 10, "ipproto", "1", "blackhole")
     return searcher, cameras, flooding
 
 
