@@ -30,7 +30,7 @@ def start_renderer(host):
                          "-u", "11111111-2222-4333-8444-555555555555",
                          "--gstout-audiosink=fakesink", "--gstout-videosink=fakesink",
                          "--logfile", "stdout")
-    port = re.search(r"port=(\d+)", process.wait_for("Registered IP=", 40))[1]
+    port = re.search(r"port=(\d+)", process.wait_for("Registered IP", 40))[1]
     process.wait_for("Ready for rendering", 20)
     return f"http://{RENDERER}:{port}/description.xml"
 

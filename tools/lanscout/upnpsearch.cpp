@@ -1,13 +1,16 @@
 #include "tools/lanscout/upnpsearch.h"
 
 #include <fmt/core.h>
+#include <linux/if_addr.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <optional>
+#include <string>
 #include <thread>
 
 #include "tools/lanscout/arpcache.h"
@@ -23,6 +26,11 @@ constexpr int kFirstPort = 49152;    // of the dynamic ones (RFC 6335); libupnp'
 constexpr int kPortsPerSearch = 64;  // so that searches at once try different ones
 constexpr int kLastPort = 65535;
 constexpr int kSsdpPort = 1900;  // UPnP Device Architecture 1.0
+
+// libupnp binds to the interface's IPv6 address too from 1.14 on. That is refused while the kernel
+// looks whether another host has the address, a second or two after the interface came up.
+constexpr bool kBindsIpv6 = UPNP_VERSION >= 11400;
+constexpr std::chrono::seconds kLongestIpv6Check{3};
 
 class Search : public UpnpSearchBase {
 public:
@@ -80,6 +88,32 @@ bool IsFree(int port) {
     return CanBind(SOCK_STREAM, AnyAddress(port), false) && CanBind(SOCK_STREAM, v6, false);
 }
 
+// proc(5): a line an address; address, index, prefix length, scope and flags are hexadecimal.
+bool IsIpv6Tentative(const std::string& interface) {
+    std::ifstream addresses("/proc/net/if_inet6");
+    std::string address;
+    std::string index;
+    std::string prefix;
+    std::string scope;
+    std::string name;
+    unsigned int flags = 0;
+    while (addresses >> address >> index >> prefix >> scope >> std::hex >> flags >> name) {
+        if (name == interface && (flags & IFA_F_TENTATIVE) != 0 && (flags & IFA_F_DADFAILED) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void AwaitIpv6(const std::string& label) {
+    const std::string interface =
+        label.substr(0, label.find(':'));  // an alias has no IPv6 of its own
+    const auto end = std::chrono::steady_clock::now() + kLongestIpv6Check;
+    while (IsIpv6Tentative(interface) && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(kPollInterval);
+    }
+}
+
 // A failed start cannot be followed by another one in the same process, so the port is looked for
 // beforehand.
 std::optional<int> FindFreePort(int number) {
@@ -114,6 +148,9 @@ std::string StartFailure(const Target& target, int port, int code) {
 }  // namespace
 
 void RunUpnpSearch(const Target& target, int seconds, int number, Sender& sender) {
+    if constexpr (kBindsIpv6) {
+        AwaitIpv6(target.interface);
+    }
     const std::optional<int> port = FindFreePort(number);
     if (!port) {
         return sender.Send(FailureMessage{"no TCP port is free for libupnp to listen at", 0});
