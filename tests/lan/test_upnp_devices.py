@@ -30,7 +30,8 @@ def start_renderer(host):
                          "-u", "11111111-2222-4333-8444-555555555555",
                          "--gstout-audiosink=fakesink", "--gstout-videosink=fakesink",
                          "--logfile", "stdout")
-    port = re.search(r"port=(\d+)", process.wait_for("Registered IP", 40))[1]
+    # "Registered IP=10.1.0.3 port=49494" on Debian 12, "Registered IPv4 10.1.0.3:49494" on 13
+    port = re.search(r"(?:port=|:)(\d+)$", process.wait_for("Registered IP(=|v4)", 40))[1]
     process.wait_for("Ready for rendering", 20)
     return f"http://{RENDERER}:{port}/description.xml"
 
