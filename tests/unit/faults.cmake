@@ -7,3 +7,11 @@ lanscout_unit_test(fault_process_test LIBS lanscout_objects_bounded lanscout_hos
 # In one process too: the thread sanitizer knows the locks' order from all that a process has done.
 add_test(NAME unit.ProcessFaultsInOneProcess COMMAND fault_process_test)
 set_tests_properties(unit.ProcessFaultsInOneProcess PROPERTIES LABELS unit TIMEOUT 60)
+# valgrind sees what the sanitizers do not: reads of memory that was never written. Without the tests
+# that fork or lower limits, where it would judge a child that lost its threads, or itself.
+if(NOT LANSCOUT_SANITIZE)
+  add_test(NAME unit.ProcessFaultsUnderValgrind COMMAND valgrind --quiet --error-exitcode=9
+    --leak-check=full --errors-for-leak-kinds=definite $<TARGET_FILE:fault_process_test>
+    --gtest_filter=*Hundred*:*Sixteen*:*Destroyed*)
+  set_tests_properties(unit.ProcessFaultsUnderValgrind PROPERTIES LABELS unit TIMEOUT 120)
+endif()

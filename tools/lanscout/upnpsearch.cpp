@@ -105,7 +105,7 @@ bool IsIpv6Tentative(const std::string& interface) {
     return false;
 }
 
-void AwaitIpv6(const std::string& label) {
+[[maybe_unused]] void AwaitIpv6(const std::string& label) {
     const std::string interface =
         label.substr(0, label.find(':'));  // an alias has no IPv6 of its own
     const auto end = std::chrono::steady_clock::now() + kLongestIpv6Check;
