@@ -54,6 +54,7 @@ void CheckResultInfo(const std::string& xml, const std::string& tag) {
 }
 
 void CheckTrim(const std::string& text, const std::string& characters) {
+    // NOLINTNEXTLINE(readability-redundant-string-cstr): it ends at the first zero byte
     const std::string set = characters.c_str();
     const std::string trimmed = Trim(text, set.c_str());
     Check(text.find(trimmed) != std::string::npos, "trimmed text is a part of the text");

@@ -44,10 +44,12 @@ void* Counted(void* block) {
 
 // Every allocation of the process, counted: glibc's own functions lie below.
 extern "C" {
+// NOLINTBEGIN(readability-identifier-naming): the C library's own names
 void* __libc_malloc(std::size_t);
 void* __libc_calloc(std::size_t, std::size_t);
 void* __libc_realloc(void*, std::size_t);
 void __libc_free(void*);
+// NOLINTEND(readability-identifier-naming)
 
 void* malloc(std::size_t size) {
     return Counted(__libc_malloc(size));
