@@ -114,8 +114,8 @@ bool IsIpv6Tentative(const std::string& interface) {
     }
 }
 
-// A failed start cannot be followed by another one in the same process, so the port is looked for
-// beforehand.
+// Looked for beforehand: libupnp 1.8.4 tries no other port, and what a failed start leaves behind
+// in the process is its own affair.
 std::optional<int> FindFreePort(int number) {
     const int first = kFirstPort + number * kPortsPerSearch % (kLastPort - kFirstPort);
     for (int port = first; port <= kLastPort && port < first + kPortsPerSearch; ++port) {
