@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "fuzz/check.h"
-#include "tools/lanscout-sim/outbox.h"
+#include "tools/lanscout-sim/network/outbox.h"
+#include "tools/lanscout-sim/onvif/reply.h"
+#include "tools/lanscout-sim/onvif/responder.h"
 #include "tools/lanscout-sim/population.h"
-#include "tools/lanscout-sim/reply.h"
-#include "tools/lanscout-sim/responder.h"
-#include "tools/lanscout-sim/upnpresponder.h"
+#include "tools/lanscout-sim/upnp/upnpresponder.h"
 
 namespace {
 

@@ -7,15 +7,15 @@
 #include <string>
 #include <string_view>
 
+#include "finder/source/description.h"
+#include "finder/source/typeprobe.h"
+#include "finder/text/safetext.h"
 #include "fuzz/check.h"
-#include "tools/lanscout/description.h"
-#include "tools/lanscout/safetext.h"
-#include "tools/lanscout/typeprobe.h"
 
 namespace {
 
-using LanscoutTool::Charset;
-using LanscoutTool::Device;
+using Lanscout::Charset;
+using Lanscout::Device;
 
 bool IsHarmless(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](unsigned char character) {
@@ -24,16 +24,15 @@ bool IsHarmless(std::string_view text) {
 }
 
 void CheckText(const std::string& text) {
-    Check(text.size() <= LanscoutTool::kLongestKeptBytes, "kept text is short");
-    Check(LanscoutTool::ToValidUtf8(text) == text, "kept text is UTF-8");
-    Check(IsHarmless(LanscoutTool::ForDisplay(text, Charset::Ascii)), "shown text is ASCII");
-    const std::string shown = LanscoutTool::ForDisplay(text, Charset::Utf8);
+    Check(text.size() <= Lanscout::kLongestKeptBytes, "kept text is short");
+    Check(Lanscout::ToValidUtf8(text) == text, "kept text is UTF-8");
+    Check(IsHarmless(Lanscout::ForDisplay(text, Charset::Ascii)), "shown text is ASCII");
+    const std::string shown = Lanscout::ForDisplay(text, Charset::Utf8);
     Check(std::none_of(shown.begin(), shown.end(),
                        [](unsigned char c) { return c < 0x20 || c == 0x7F; }) &&
               shown.find("\xC2\x9B") == std::string::npos,
           "shown text has no control characters");
-    Check(LanscoutTool::DisplayWidth(LanscoutTool::FitWidth(text, 20)) == 20,
-          "a column has its width");
+    Check(Lanscout::DisplayWidth(Lanscout::FitWidth(text, 20)) == 20, "a column has its width");
 }
 
 void CheckDevice(const Device& device) {
@@ -56,10 +55,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t split = std::min(input.find('\n'), input.size());
     const std::string location(input.substr(0, split));
     const std::string_view xml = input.substr(std::min(split + 1, input.size()));
-    if (const auto device = LanscoutTool::ReadDescription(xml, location)) {
+    if (const auto device = Lanscout::ReadDescription(xml, location)) {
         CheckDevice(*device);
     }
-    LanscoutTool::KindOfReply(xml);
-    CheckText(LanscoutTool::ToKeptText(input));
+    Lanscout::KindOfReply(xml);
+    CheckText(Lanscout::ToKeptText(input));
     return 0;
 }

@@ -8,14 +8,14 @@
 #include <variant>
 #include <vector>
 
+#include "finder/device/comparison.h"
+#include "finder/device/devicejson.h"
 #include "fuzz/check.h"
-#include "tools/lanscout/compare.h"
-#include "tools/lanscout/devicejson.h"
 
 namespace {
 
-using LanscoutTool::Device;
-using LanscoutTool::Json;
+using Lanscout::Device;
+using Lanscout::Json;
 
 bool IsHarmless(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](unsigned char character) {
@@ -24,32 +24,31 @@ bool IsHarmless(std::string_view text) {
 }
 
 void CheckDevice(const Device& device) {
-    const Json json = LanscoutTool::DeviceToJson(device);
-    const std::string line = LanscoutTool::DumpLine(json);
+    const Json json = Lanscout::DeviceToJson(device);
+    const std::string line = Lanscout::DumpLine(json);
     Check(IsHarmless(line) && line.find('\n') + 1 == line.size(), "a device is one line of ASCII");
-    Check(IsHarmless(LanscoutTool::DumpDocument(json)), "a document is ASCII");
-    const std::optional<Device> again = LanscoutTool::DeviceFromJson(Json::parse(line));
+    Check(IsHarmless(Lanscout::DumpDocument(json)), "a document is ASCII");
+    const std::optional<Device> again = Lanscout::DeviceFromJson(Json::parse(line));
     Check(again.has_value() && *again == device, "what is written reads back the same");
 }
 
-void CheckComparison(const LanscoutTool::Comparison& comparison) {
+void CheckComparison(const Lanscout::Comparison& comparison) {
     for (const bool aligned : {false, true}) {
-        const std::string text = LanscoutTool::ComparisonText(comparison, aligned);
+        const std::string text = Lanscout::ComparisonText(comparison, aligned);
         Check(std::none_of(text.begin(), text.end(),
                            [](unsigned char c) {
                                return (c < 0x20 && c != '\n' && c != '\t') || c == 0x7F;
                            }),
               "a comparison has no control characters");
     }
-    Check(IsHarmless(LanscoutTool::DumpDocument(LanscoutTool::ComparisonToJson(comparison))),
+    Check(IsHarmless(Lanscout::DumpDocument(Lanscout::ComparisonToJson(comparison))),
           "a comparison's document is ASCII");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto read =
-        LanscoutTool::DevicesFromDocument({reinterpret_cast<const char*>(data), size});
+    const auto read = Lanscout::DevicesFromDocument({reinterpret_cast<const char*>(data), size});
     if (const auto* const problem = std::get_if<std::string>(&read)) {
         Check(IsHarmless(*problem), "what is wrong is said in ASCII");
         return 0;
@@ -58,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const Device& device : devices) {
         CheckDevice(device);
     }
-    CheckComparison(LanscoutTool::Compare(devices, {}));
-    CheckComparison(LanscoutTool::Compare(devices, {devices.rbegin(), devices.rend()}));
+    CheckComparison(Lanscout::Compare(devices, {}));
+    CheckComparison(Lanscout::Compare(devices, {devices.rbegin(), devices.rend()}));
     return 0;
 }

@@ -9,7 +9,7 @@ import jsonschema
 from lan import GROUP, program, wait_until
 
 SCHEMA = json.loads(
-    Path(__file__).parents[2].joinpath("tools/lanscout/lanscout.schema.json").read_text())
+    Path(__file__).parents[2].joinpath("finder/device/lanscout.schema.json").read_text())
 
 
 def simulated(network, *options, **keywords):

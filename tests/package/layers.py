@@ -47,7 +47,7 @@ def complaints(tree, public):
                 yield f"{file}: {included} is not a path from the root of the tree"
                 continue
             there = folder_of(pathlib.PurePath(included), table)
-            allowed = there == here or there in table[here]
+            allowed = there == here or there in table[here] or "anything" in table[here]
             if not allowed and not ("public" in table[here] and included in public):
                 yield f"{file}: {here} may not include {included}"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/lanscout-sim/address.h"
-#include "tools/lanscout-sim/misbehaviour.h"
+#include "tools/lanscout-sim/network/address.h"
+#include "tools/lanscout-sim/onvif/misbehaviour.h"
 
 namespace lansim {
 

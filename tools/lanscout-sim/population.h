@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/lanscout-sim/camera.h"
+#include "tools/lanscout-sim/onvif/camera.h"
 #include "tools/lanscout-sim/setuperror.h"
-#include "tools/lanscout-sim/upnpdevice.h"
+#include "tools/lanscout-sim/upnp/upnpdevice.h"
 
 namespace lansim {
 

@@ -3,10 +3,10 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "tools/lanscout-sim/network/tapnetwork.h"
+#include "tools/lanscout-sim/onvif/responder.h"
 #include "tools/lanscout-sim/population.h"
-#include "tools/lanscout-sim/responder.h"
-#include "tools/lanscout-sim/tapnetwork.h"
-#include "tools/lanscout-sim/upnpresponder.h"
+#include "tools/lanscout-sim/upnp/upnpresponder.h"
 
 namespace lansim {
 

@@ -10,7 +10,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "tools/lanscout-sim/reply.h"
+#include "tools/lanscout-sim/onvif/reply.h"
 #include "tools/lanscout-sim/setuperror.h"
 
 namespace lansim {

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/lanscout-sim/camera.h"
-#include "tools/lanscout-sim/upnpdevice.h"
+#include "tools/lanscout-sim/onvif/camera.h"
+#include "tools/lanscout-sim/upnp/upnpdevice.h"
 
 namespace lansim {
 

@@ -11,17 +11,17 @@
 #include <memory>
 
 #include "tools/lanscout-sim/command.h"
-#include "tools/lanscout-sim/descriptionserver.h"
-#include "tools/lanscout-sim/hosts.h"
-#include "tools/lanscout-sim/loopbacknetwork.h"
-#include "tools/lanscout-sim/netns.h"
-#include "tools/lanscout-sim/peerstack.h"
+#include "tools/lanscout-sim/network/hosts.h"
+#include "tools/lanscout-sim/network/loopbacknetwork.h"
+#include "tools/lanscout-sim/network/netns.h"
+#include "tools/lanscout-sim/network/peerstack.h"
+#include "tools/lanscout-sim/network/tapnetwork.h"
+#include "tools/lanscout-sim/onvif/responder.h"
 #include "tools/lanscout-sim/population.h"
 #include "tools/lanscout-sim/report.h"
-#include "tools/lanscout-sim/responder.h"
 #include "tools/lanscout-sim/scenario.h"
-#include "tools/lanscout-sim/tapnetwork.h"
-#include "tools/lanscout-sim/upnpresponder.h"
+#include "tools/lanscout-sim/upnp/descriptionserver.h"
+#include "tools/lanscout-sim/upnp/upnpresponder.h"
 
 namespace lansim {
 namespace {

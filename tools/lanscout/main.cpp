@@ -2,12 +2,12 @@
 #include <exception>
 #include <iostream>
 
-#include "tools/lanscout/arguments.h"
-#include "tools/lanscout/command.h"
-#include "tools/lanscout/safetext.h"
+#include "finder/text/safetext.h"
+#include "tools/lanscout/options.h"
+#include "tools/lanscout/task/command.h"
 
 int main(int argc, char** argv) {
-    using namespace LanscoutTool;
+    using namespace Lanscout;
     try {
         std::setlocale(LC_CTYPE, "");
         const auto parsed = ParseArguments(argc, argv);

@@ -1,0 +1,21 @@
+// The search's own process: how it tells the tool what it finds.
+#pragma once
+
+#include <mutex>
+
+#include "finder/source/message.h"
+
+namespace Lanscout {
+
+// Any thread may send. A line is written whole or, when the tool is gone, not at all.
+class Sender {
+public:
+    explicit Sender(int fd) : m_fd(fd) {}
+    void Send(const Message& message);
+
+private:
+    std::mutex m_mutex;
+    int m_fd;
+};
+
+}  // namespace Lanscout

@@ -1,0 +1,169 @@
+#include "finder/source/upnpsearch.h"
+
+#include <fmt/core.h>
+#include <linux/if_addr.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "finder/machine/arpcache.h"
+#include "finder/machine/portowner.h"
+#include "finder/source/description.h"
+#include "utils/upnpsearchbase.h"
+
+namespace Lanscout {
+namespace {
+
+constexpr std::chrono::milliseconds kPollInterval{50};
+constexpr int kFirstPort = 49152;    // of the dynamic ones (RFC 6335); libupnp's own choice
+constexpr int kPortsPerSearch = 64;  // so that searches at once try different ones
+constexpr int kLastPort = 65535;
+constexpr int kSsdpPort = 1900;  // UPnP Device Architecture 1.0
+
+// libupnp binds to the interface's IPv6 address too from 1.14 on. That is refused while the kernel
+// looks whether another host has the address, a second or two after the interface came up.
+constexpr bool kBindsIpv6 = UPNP_VERSION >= 11400;
+constexpr std::chrono::seconds kLongestIpv6Check{3};
+
+class Search : public UpnpSearchBase {
+public:
+    Search(const Target& target, int port, int seconds, Sender& sender)
+        : UpnpSearchBase(target.address, port, seconds), m_target(target), m_sender(sender) {}
+    ~Search() override { StopSearch(); }
+
+protected:
+    void OnDeviceDiscovered(const std::string& descriptionXml, const char* location) override {
+        if (std::optional<Device> device = ReadDescription(descriptionXml, location)) {
+            // The description was fetched just now, so the kernel knows the neighbour.
+            device->mac = MacFromArpCache(device->ip, m_target.interface);
+            m_sender.Send(FoundMessage{std::move(*device)});
+        }
+    }
+
+private:
+    Target m_target;
+    Sender& m_sender;
+};
+
+// A socket of that kind bound to the address, as libupnp does: shared where that is said.
+template <typename Address>
+bool CanBind(int kind, const Address& address, bool shared) {
+    const int family = reinterpret_cast<const sockaddr*>(&address)->sa_family;
+    const int fd = socket(family, kind | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        return family == AF_INET6;  // without IPv6 nobody else has the port there either
+    }
+    const int yes = 1;
+    if (shared) {
+        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    }
+    if (family == AF_INET6) {
+        setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof yes);
+    }
+    const bool can = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    close(fd);
+    return can || (family == AF_INET6 && errno == EADDRNOTAVAIL);
+}
+
+sockaddr_in AnyAddress(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    return address;
+}
+
+// libupnp listens at the address and at the wildcard address of IPv6, which takes a listener at any
+// IPv4 address of this machine for a rival.
+bool IsFree(int port) {
+    sockaddr_in6 v6{};
+    v6.sin6_family = AF_INET6;
+    v6.sin6_port = htons(static_cast<std::uint16_t>(port));
+    return CanBind(SOCK_STREAM, AnyAddress(port), false) && CanBind(SOCK_STREAM, v6, false);
+}
+
+// proc(5): a line an address; address, index, prefix length, scope and flags are hexadecimal.
+bool IsIpv6Tentative(const std::string& interface) {
+    std::ifstream addresses("/proc/net/if_inet6");
+    std::string address;
+    std::string index;
+    std::string prefix;
+    std::string scope;
+    std::string name;
+    unsigned int flags = 0;
+    while (addresses >> address >> index >> prefix >> scope >> std::hex >> flags >> name) {
+        if (name == interface && (flags & IFA_F_TENTATIVE) != 0 && (flags & IFA_F_DADFAILED) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+[[maybe_unused]] void AwaitIpv6(const std::string& label) {
+    const std::string interface =
+        label.substr(0, label.find(':'));  // an alias has no IPv6 of its own
+    const auto end = std::chrono::steady_clock::now() + kLongestIpv6Check;
+    while (IsIpv6Tentative(interface) && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(kPollInterval);
+    }
+}
+
+// Looked for beforehand: libupnp 1.8.4 tries no other port, and what a failed start leaves behind
+// in the process is its own affair.
+std::optional<int> FindFreePort(int number) {
+    const int first = kFirstPort + number * kPortsPerSearch % (kLastPort - kFirstPort);
+    for (int port = first; port <= kLastPort && port < first + kPortsPerSearch; ++port) {
+        if (IsFree(port)) {
+            return port;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string StartFailure(const Target& target, int port, int code) {
+    switch (code) {
+        case UPNP_E_SOCKET_BIND:
+            if (!CanBind(SOCK_DGRAM, AnyAddress(kSsdpPort), true)) {
+                return fmt::format("UDP port {} is taken by {}, which does not share it", kSsdpPort,
+                                   PortOwnerText(FindUdpPortOwner("0.0.0.0", kSsdpPort)));
+            }
+            return fmt::format("TCP port {} was taken by another process meanwhile; try again",
+                               port);
+        case UPNP_E_INVALID_INTERFACE:
+            return fmt::format(
+                "the installed libupnp does not search on {}, its interface is down "
+                "or the loopback's",
+                target.address);
+        default:
+            return fmt::format("libupnp could not be started: its error code is {}", code);
+    }
+}
+
+}  // namespace
+
+void RunUpnpSearch(const Target& target, int seconds, int number, Sender& sender) {
+    if constexpr (kBindsIpv6) {
+        AwaitIpv6(target.interface);
+    }
+    const std::optional<int> port = FindFreePort(number);
+    if (!port) {
+        return sender.Send(FailureMessage{"no TCP port is free for libupnp to listen at", 0});
+    }
+    Search search(target, *port, seconds, sender);
+    if (const int code = search.StartSearch(); code != 0) {
+        return sender.Send(FailureMessage{StartFailure(target, *port, code), code});
+    }
+    while (search.IsRunning()) {
+        std::this_thread::sleep_for(kPollInterval);
+    }
+    search.StopSearch();
+    sender.Send(DoneMessage{});
+}
+
+}  // namespace Lanscout

@@ -1,0 +1,87 @@
+#include "tools/lanscout-sim/network/address.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <charconv>
+
+namespace lansim {
+
+Ipv4 Subnet::Mask() const {
+    return Ipv4{prefixBits == 0 ? 0 : ~std::uint32_t{0} << (32 - prefixBits)};
+}
+
+Ipv4 Subnet::Network() const {
+    return Ipv4{address.value & Mask().value};
+}
+
+Ipv4 Subnet::Broadcast() const {
+    return Ipv4{address.value | ~Mask().value};
+}
+
+bool Subnet::Contains(Ipv4 ip) const {
+    return (ip.value & Mask().value) == Network().value;
+}
+
+std::optional<Ipv4> ParseIpv4(const std::string& text) {
+    in_addr address{};
+    if (inet_pton(AF_INET, text.c_str(), &address) != 1)
+        return std::nullopt;
+    return Ipv4{ntohl(address.s_addr)};
+}
+
+std::optional<Mac> ParseMac(const std::string& text) {
+    constexpr std::size_t kTextBytes = 17;
+    if (text.size() != kTextBytes)
+        return std::nullopt;
+    Mac mac{};
+    for (std::size_t i = 0; i < mac.size(); ++i) {
+        const char* digits = &text[3 * i];
+        const auto [end, error] = std::from_chars(digits, digits + 2, mac.at(i), 16);
+        const bool isJoined = i + 1 == mac.size() || digits[2] == ':';
+        if (error != std::errc{} || end != digits + 2 || !isJoined)
+            return std::nullopt;
+    }
+    return mac;
+}
+
+std::optional<Subnet> ParseSubnet(const std::string& text) {
+    const auto slash = text.find('/');
+    if (slash == std::string::npos)
+        return std::nullopt;
+    const auto ip = ParseIpv4(text.substr(0, slash));
+    int bits = 0;
+    const char* end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data() + slash + 1, end, bits);
+    if (!ip || error != std::errc{} || rest != end || bits < 8 || bits > 30)
+        return std::nullopt;
+    return Subnet{*ip, bits};
+}
+
+std::string ToText(Ipv4 ip) {
+    return fmt::format("{}.{}.{}.{}", ip.value >> 24, (ip.value >> 16) & 255, (ip.value >> 8) & 255,
+                       ip.value & 255);
+}
+
+std::string ToText(const Mac& mac) {
+    return fmt::format("{:02X}", fmt::join(mac, ":"));
+}
+
+std::string ToText(const Subnet& subnet) {
+    return fmt::format("{}/{}", ToText(subnet.address), subnet.prefixBits);
+}
+
+sockaddr_in ToSockaddr(const Endpoint& endpoint) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(endpoint.port);
+    address.sin_addr.s_addr = htonl(endpoint.ip.value);
+    return address;
+}
+
+Endpoint FromSockaddr(const sockaddr_in& address) {
+    return {Ipv4{ntohl(address.sin_addr.s_addr)}, ntohs(address.sin_port)};
+}
+
+}  // namespace lansim

@@ -1,0 +1,156 @@
+#include "tools/lanscout-sim/network/frames.h"
+
+#include <tins/arp.h>
+#include <tins/ethernetII.h>
+#include <tins/exceptions.h>
+#include <tins/icmp.h>
+#include <tins/ip.h>
+#include <tins/rawpdu.h>
+#include <tins/udp.h>
+
+#include <algorithm>
+
+namespace lansim {
+namespace {
+
+constexpr std::size_t kEthernetHeaderBytes = 14;
+constexpr std::size_t kIpHeaderBytes = 20;
+constexpr std::size_t kFragmentUnitBytes = 8;
+
+Tins::IPv4Address ToTins(Ipv4 ip) {
+    return Tins::IPv4Address(htonl(ip.value));
+}
+
+Ipv4 FromTins(const Tins::IPv4Address& ip) {
+    return Ipv4{ntohl(static_cast<std::uint32_t>(ip))};
+}
+
+Tins::HWAddress<6> ToTins(const Mac& mac) {
+    return Tins::HWAddress<6>(mac.data());
+}
+
+Mac FromTins(const Tins::HWAddress<6>& address) {
+    Mac mac{};
+    std::copy(address.begin(), address.end(), mac.begin());
+    return mac;
+}
+
+std::string Bytes(Tins::PDU& pdu) {
+    const auto bytes = pdu.serialize();
+    return {bytes.begin(), bytes.end()};
+}
+
+std::string PayloadOf(const Tins::PDU& pdu) {
+    const auto* raw = pdu.find_pdu<Tins::RawPDU>();
+    if (raw == nullptr)
+        return {};
+    return {raw->payload().begin(), raw->payload().end()};
+}
+
+Heard ReadArp(const Tins::ARP& arp) {
+    if (arp.opcode() != Tins::ARP::REQUEST)
+        return {};
+    return ArpRequest{FromTins(arp.sender_ip_addr()), FromTins(arp.sender_hw_addr()),
+                      FromTins(arp.target_ip_addr())};
+}
+
+Heard ReadIp(const Mac& from, const Tins::IP& ip, std::string_view packet) {
+    if (ip.protocol() == IPPROTO_TCP)
+        return TcpPacket{from, FromTins(ip.src_addr()), FromTins(ip.dst_addr()),
+                         std::string(packet.substr(0, ip.tot_len()))};
+    if (const auto* udp = ip.find_pdu<Tins::UDP>()) {
+        return UdpFrame{from,
+                        {{FromTins(ip.src_addr()), udp->sport()},
+                         {FromTins(ip.dst_addr()), udp->dport()},
+                         PayloadOf(*udp)}};
+    }
+    const auto* icmp = ip.find_pdu<Tins::ICMP>();
+    if (icmp != nullptr && icmp->type() == Tins::ICMP::ECHO_REQUEST) {
+        return EchoRequest{from,       FromTins(ip.src_addr()), FromTins(ip.dst_addr()),
+                           icmp->id(), icmp->sequence(),        PayloadOf(*icmp)};
+    }
+    return {};
+}
+
+}  // namespace
+
+Heard ReadFrame(std::string_view frame) try {
+    const Tins::EthernetII ethernet(reinterpret_cast<const std::uint8_t*>(frame.data()),
+                                    static_cast<std::uint32_t>(frame.size()));
+    if (const auto* arp = ethernet.find_pdu<Tins::ARP>())
+        return ReadArp(*arp);
+    if (const auto* ip = ethernet.find_pdu<Tins::IP>())
+        return ReadIp(FromTins(ethernet.src_addr()), *ip, frame.substr(kEthernetHeaderBytes));
+    return {};
+} catch (const Tins::exception_base&) {
+    return {};
+}
+
+std::string ArpReplyFrame(const Host& from, const Host& to) {
+    auto frame =
+        Tins::ARP::make_arp_reply(ToTins(to.ip), ToTins(from.ip), ToTins(to.mac), ToTins(from.mac));
+    return Bytes(frame);
+}
+
+std::string ArpRequestFrame(const Host& from, Ipv4 target) {
+    auto frame = Tins::ARP::make_arp_request(ToTins(target), ToTins(from.ip), ToTins(from.mac));
+    return Bytes(frame);
+}
+
+std::optional<IpEnds> EndsOf(std::string_view packet) try {
+    const Tins::IP ip(reinterpret_cast<const std::uint8_t*>(packet.data()),
+                      static_cast<std::uint32_t>(packet.size()));
+    return IpEnds{FromTins(ip.src_addr()), FromTins(ip.dst_addr())};
+} catch (const Tins::exception_base&) {
+    return std::nullopt;
+}
+
+std::string IpFrame(const Mac& from, const Mac& to, std::string_view packet) {
+    std::string frame(to.begin(), to.end());
+    frame.append(from.begin(), from.end());
+    frame += {'\x08', '\x00'};  // EtherType IPv4
+    frame += packet;
+    return frame;
+}
+
+std::string EchoReplyFrame(const Host& from, const EchoRequest& request) {
+    Tins::ICMP icmp(Tins::ICMP::ECHO_REPLY);
+    icmp.id(request.id);
+    icmp.sequence(request.sequence);
+    auto frame = Tins::EthernetII(ToTins(request.fromMac), ToTins(from.mac)) /
+                 Tins::IP(ToTins(request.from), ToTins(from.ip)) / icmp /
+                 Tins::RawPDU(request.payload);
+    return Bytes(frame);
+}
+
+std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagram& datagram,
+                                   std::uint16_t ipId, std::size_t mtu) {
+    auto ip = Tins::IP(ToTins(datagram.to.ip), ToTins(datagram.from.ip)) /
+              Tins::UDP(datagram.to.port, datagram.from.port) / Tins::RawPDU(datagram.payload);
+    ip.id(ipId);
+    ip.ttl(64);
+    const std::string packet = Bytes(ip);
+    const auto ethernet = Tins::EthernetII(ToTins(to), ToTins(from));
+    if (packet.size() <= mtu) {
+        auto frame = ethernet / ip;
+        return {Bytes(frame)};
+    }
+
+    const std::string content = packet.substr(kIpHeaderBytes);
+    const auto step = (mtu - kIpHeaderBytes) / kFragmentUnitBytes * kFragmentUnitBytes;
+    std::vector<std::string> frames;
+    for (std::size_t at = 0; at < content.size(); at += step) {
+        Tins::IP part(ToTins(datagram.to.ip), ToTins(datagram.from.ip));
+        part.id(ipId);
+        part.ttl(64);
+        part.protocol(IPPROTO_UDP);
+        part.fragment_offset(static_cast<std::uint16_t>(at / kFragmentUnitBytes));
+        if (at + step < content.size())
+            part.flags(Tins::IP::MORE_FRAGMENTS);
+        auto frame = ethernet / part / Tins::RawPDU(content.substr(at, step));
+        frames.push_back(Bytes(frame));
+    }
+    return frames;
+}
+
+}  // namespace lansim

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "tools/lanscout-sim/network/address.h"
+
+namespace lansim {
+
+inline constexpr std::size_t kEthernetMtu = 1500;
+
+struct ArpRequest {
+    Ipv4 senderIp;
+    Mac senderMac{};
+    Ipv4 target;
+};
+
+struct UdpFrame {
+    Mac fromMac{};
+    Datagram datagram;
+};
+
+// TCP is not spoken here but handed on whole, as an IP packet.
+struct TcpPacket {
+    Mac fromMac{};
+    Ipv4 from;
+    Ipv4 to;
+    std::string packet;
+};
+
+struct EchoRequest {
+    Mac fromMac{};
+    Ipv4 from;
+    Ipv4 to;
+    std::uint16_t id = 0;
+    std::uint16_t sequence = 0;
+    std::string payload;
+};
+
+// What a frame from the searcher means to the simulated devices; monostate is anything else.
+using Heard = std::variant<std::monostate, ArpRequest, UdpFrame, EchoRequest, TcpPacket>;
+Heard ReadFrame(std::string_view frame);
+
+struct Host {
+    Ipv4 ip;
+    Mac mac{};
+};
+
+std::string ArpReplyFrame(const Host& from, const Host& to);
+std::string ArpRequestFrame(const Host& from, Ipv4 target);
+// The source and destination of an IPv4 packet; nothing when it is none.
+struct IpEnds {
+    Ipv4 from;
+    Ipv4 to;
+};
+std::optional<IpEnds> EndsOf(std::string_view packet);
+std::string IpFrame(const Mac& from, const Mac& to, std::string_view packet);
+std::string EchoReplyFrame(const Host& from, const EchoRequest& request);
+// One frame, or as many IP fragments as the MTU asks for.
+std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagram& datagram,
+                                   std::uint16_t ipId, std::size_t mtu = kEthernetMtu);
+
+}  // namespace lansim

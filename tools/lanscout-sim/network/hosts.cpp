@@ -1,0 +1,32 @@
+#include "tools/lanscout-sim/network/hosts.h"
+
+#include <map>
+
+#include "tools/lanscout-sim/network/network.h"
+
+namespace lansim {
+
+std::vector<SimulatedHost> HostsOf(const Population& population) {
+    std::map<Ipv4, SimulatedHost> hosts;
+    for (const auto& camera : population.cameras) {
+        const bool answersArp = !camera.Does(Misbehaviour::NoArp);
+        hosts[camera.ip] = {camera.ip,
+                            camera.mac,
+                            answersArp,
+                            answersArp && !camera.Does(Misbehaviour::QuietArp),
+                            {kDiscoveryPort}};
+    }
+    for (const auto& device : population.upnpDevices) {
+        SimulatedHost& host = hosts[device.ip];
+        host.ip = device.ip;
+        host.mac = device.mac;
+        host.udpPorts.insert(kSsdpPort);
+    }
+    std::vector<SimulatedHost> list;
+    list.reserve(hosts.size());
+    for (auto& [ip, host] : hosts)
+        list.push_back(host);
+    return list;
+}
+
+}  // namespace lansim

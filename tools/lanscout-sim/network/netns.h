@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "tools/lanscout-sim/network/descriptor.h"
+
+namespace lansim {
+
+// Puts the calling process into a network namespace of its own, and back again at the end.
+// A name makes it one that `ip netns exec NAME` enters. Throws SetupError.
+class NetworkNamespace {
+public:
+    explicit NetworkNamespace(const std::string& name);
+    NetworkNamespace(const NetworkNamespace&) = delete;
+    NetworkNamespace& operator=(const NetworkNamespace&) = delete;
+    ~NetworkNamespace();
+
+private:
+    void MakeName();
+
+    std::string m_path;  // empty: without a name
+    Descriptor m_original;
+};
+
+}  // namespace lansim

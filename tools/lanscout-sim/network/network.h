@@ -1,0 +1,34 @@
+#pragma once
+
+#include <functional>
+
+#include "tools/lanscout-sim/network/address.h"
+
+namespace lansim {
+
+inline constexpr std::uint16_t kDiscoveryPort = 3702;  // WS-Discovery
+inline constexpr std::uint16_t kSsdpPort = 1900;
+// Both protocols use the same group.
+inline constexpr Ipv4 kMulticastGroup{0xEFFFFFFA};  // 239.255.255.250
+
+using DatagramHandler = std::function<void(const Datagram&)>;
+
+enum class SendResult { Sent, TryAgain, Failed };
+
+// What carries datagrams between the searcher and the simulated devices. One thread uses it.
+class Network {
+public:
+    Network() = default;
+    Network(const Network&) = delete;
+    Network& operator=(const Network&) = delete;
+    virtual ~Network() = default;
+
+    // Becomes readable when Receive has something to do.
+    virtual int Descriptor() const = 0;
+    // Hands on what has come for the devices, without waiting.
+    virtual void Receive(const DatagramHandler& handler) = 0;
+    // TryAgain: nothing of it was sent and a queue is full; worth another attempt a little later.
+    virtual SendResult Send(const Datagram& datagram) = 0;
+};
+
+}  // namespace lansim

@@ -1,0 +1,183 @@
+#include "tools/lanscout-sim/network/tapnetwork.h"
+
+#include <sys/epoll.h>
+
+#include <array>
+#include <cerrno>
+
+#include "tools/lanscout-sim/network/netdevice.h"
+
+namespace lansim {
+namespace {
+
+constexpr std::size_t kLargestFrame = 65536;
+// How much is read before due replies have their turn.
+constexpr int kReadsAtOnce = 256;
+// Frames wait here while this process is busy with others; the default of 500 loses some.
+constexpr int kTapQueueFrames = 20000;
+// For how long a host keeps in mind who has an address; stacks differ from half a minute up.
+constexpr std::chrono::seconds kArpLifetime{60};
+constexpr Subnet kMulticast{Ipv4{0xE0000000}, 4};
+// 239.255.255.250 at Ethernet level (RFC 1112, 6.4).
+constexpr Mac kGroupMac{0x01, 0x00, 0x5E, 0x7F, 0xFF, 0xFA};
+
+template <typename... Ts>
+struct Overloaded : Ts... {
+    using Ts::operator()...;
+};
+// clang before 17 does not deduce an aggregate's arguments without it.
+template <typename... Ts>
+Overloaded(Ts...) -> Overloaded<Ts...>;
+
+template <typename Handler>
+void ReadAll(int fd, Handler handler) {
+    static thread_local std::array<char, kLargestFrame> buffer;
+    for (int i = 0; i < kReadsAtOnce; ++i) {
+        const ssize_t size = read(fd, buffer.data(), buffer.size());
+        if (size <= 0)
+            return;
+        handler(std::string_view(buffer.data(), static_cast<std::size_t>(size)));
+    }
+}
+
+bool IsWorthRepeating(int error) {
+    return error == EAGAIN || error == ENOBUFS || error == EINTR;
+}
+
+}  // namespace
+
+TapNetwork::TapNetwork(const std::string& device, const Subnet& searcher,
+                       const std::vector<SimulatedHost>& hosts, Capture* capture)
+    : m_ready(epoll_create1(EPOLL_CLOEXEC)),
+      m_tap(MakeTunDevice(device, TunKind::EthernetFrames)),
+      m_capture(capture) {
+    NetDevice("lo").SetUp();
+    NetDevice tap(device);
+    tap.SilenceIpv6();
+    tap.SetAddress(searcher);
+    tap.SetQueueLength(kTapQueueFrames);
+    tap.SetUp();
+    tap.AddRoute(kMulticast);
+    m_peers[searcher.address] = tap.HardwareAddress();
+    for (const auto& host : hosts)
+        m_hosts[host.ip] = {host.mac, host.answersArp, host.asksArp, {}};
+    Watch(m_tap.Get());
+}
+
+void TapNetwork::Attach(lansim::Descriptor peerStack) {
+    m_peerStack = std::move(peerStack);
+    Watch(m_peerStack.Get());
+}
+
+void TapNetwork::Watch(int fd) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    epoll_ctl(m_ready.Get(), EPOLL_CTL_ADD, fd, &event);
+}
+
+void TapNetwork::Receive(const DatagramHandler& handler) {
+    ReadAll(m_tap.Get(), [&](std::string_view frame) { Handle(frame, handler); });
+    if (m_peerStack.IsOpen())
+        ReadAll(m_peerStack.Get(), [&](std::string_view packet) { PassOn(packet); });
+}
+
+void TapNetwork::Handle(std::string_view frame, const DatagramHandler& handler) {
+    ++m_counts.framesHeard;
+    if (m_capture != nullptr)
+        m_capture->Write(frame);
+    std::visit(Overloaded{[](std::monostate) {}, [&](const ArpRequest& heard) { Handle(heard); },
+                          [&](const EchoRequest& heard) { Handle(heard); },
+                          [&](const TcpPacket& heard) { Handle(heard); },
+                          [&](const UdpFrame& heard) { Handle(heard, handler); }},
+               ReadFrame(frame));
+}
+
+void TapNetwork::Handle(const ArpRequest& request) {
+    ++m_counts.arpRequestsHeard;
+    const auto found = m_hosts.find(request.target);
+    if (found == m_hosts.end() || !found->second.answersArp)
+        return;
+    const auto reply =
+        ArpReplyFrame({request.target, found->second.mac}, {request.senderIp, request.senderMac});
+    if (Write(reply) == SendResult::Sent)
+        ++m_counts.arpRepliesSent;
+}
+
+void TapNetwork::Handle(const EchoRequest& request) {
+    const auto found = m_hosts.find(request.to);
+    if (found == m_hosts.end())
+        return;
+    if (Write(EchoReplyFrame({request.to, found->second.mac}, request)) == SendResult::Sent)
+        ++m_counts.echoRepliesSent;
+}
+
+// TCP repeats what a full queue loses, so neither direction tries again here.
+void TapNetwork::Handle(const TcpPacket& packet) {
+    ++m_counts.tcpPacketsHeard;
+    m_peers[packet.from] = packet.fromMac;
+    if (m_peerStack.IsOpen() && m_hosts.contains(packet.to)) [[maybe_unused]]
+        const auto size = write(m_peerStack.Get(), packet.packet.data(), packet.packet.size());
+}
+
+void TapNetwork::PassOn(std::string_view packet) {
+    const auto ends = EndsOf(packet);
+    if (!ends)
+        return;
+    const auto host = m_hosts.find(ends->from);
+    const auto peer = m_peers.find(ends->to);
+    if (host == m_hosts.end() || peer == m_peers.end())
+        return;
+    if (Write(IpFrame(host->second.mac, peer->second, packet)) == SendResult::Sent)
+        ++m_counts.tcpPacketsSent;
+}
+
+void TapNetwork::Handle(const UdpFrame& frame, const DatagramHandler& handler) {
+    m_peers[frame.datagram.from.ip] = frame.fromMac;
+    handler(frame.datagram);
+}
+
+SendResult TapNetwork::Send(const Datagram& datagram) {
+    const auto host = m_hosts.find(datagram.from.ip);
+    const bool isToGroup = datagram.to.ip == kMulticastGroup;
+    const auto peer = m_peers.find(datagram.to.ip);
+    if (host == m_hosts.end() || (!isToGroup && peer == m_peers.end()))
+        return SendResult::Failed;
+    if (!isToGroup) {
+        const auto asked = AskForMac(host->second, datagram.from.ip, datagram.to.ip);
+        if (asked != SendResult::Sent)
+            return asked;
+    }
+    const Mac& to = isToGroup ? kGroupMac : peer->second;
+    for (const auto& frame : UdpFrames(host->second.mac, to, datagram, m_nextIpId++)) {
+        if (const auto sent = Write(frame); sent != SendResult::Sent)
+            return sent;
+    }
+    return SendResult::Sent;
+}
+
+// A host asks who has the address before it sends to it, and forgets the answer after a while. The
+// question also makes the searcher's kernel learn the host's own MAC, which is why real cameras are
+// found with theirs. The reply follows at once: the frame that carried the Probe told the answer.
+SendResult TapNetwork::AskForMac(Host& host, Ipv4 own, Ipv4 peer) {
+    const TimePoint now = std::chrono::steady_clock::now();
+    const auto asked = host.asked.find(peer);
+    if (!host.asksArp || (asked != host.asked.end() && now < asked->second + kArpLifetime))
+        return SendResult::Sent;
+    const auto sent = Write(ArpRequestFrame({own, host.mac}, peer));
+    if (sent == SendResult::Sent) {
+        ++m_counts.arpRequestsSent;
+        host.asked[peer] = now;
+    }
+    return sent;
+}
+
+SendResult TapNetwork::Write(std::string_view frame) {
+    if (write(m_tap.Get(), frame.data(), frame.size()) < 0)
+        return IsWorthRepeating(errno) ? SendResult::TryAgain : SendResult::Failed;
+    ++m_counts.framesSent;
+    if (m_capture != nullptr)
+        m_capture->Write(frame);
+    return SendResult::Sent;
+}
+
+}  // namespace lansim

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include "tools/lanscout-sim/network/capture.h"
+#include "tools/lanscout-sim/network/descriptor.h"
+#include "tools/lanscout-sim/network/frames.h"
+#include "tools/lanscout-sim/network/hosts.h"
+#include "tools/lanscout-sim/network/network.h"
+#include "tools/lanscout-sim/timepoint.h"
+
+namespace lansim {
+
+struct TapCounts {
+    std::uint64_t framesHeard = 0;
+    std::uint64_t framesSent = 0;
+    std::uint64_t arpRequestsHeard = 0;
+    std::uint64_t arpRepliesSent = 0;
+    std::uint64_t arpRequestsSent = 0;
+    std::uint64_t echoRepliesSent = 0;
+    std::uint64_t tcpPacketsHeard = 0;
+    std::uint64_t tcpPacketsSent = 0;
+};
+
+// All hosts behind one tap, each with its own IPv4 and Ethernet address.
+class TapNetwork : public Network {
+public:
+    // Makes the tap in the current network namespace, with the searcher's address and the
+    // multicast route. `capture` may be null; it stays the caller's. Throws SetupError.
+    TapNetwork(const std::string& device, const Subnet& searcher,
+               const std::vector<SimulatedHost>& hosts, Capture* capture);
+
+    // TCP to and from the hosts goes through this tun device from now on.
+    void Attach(lansim::Descriptor peerStack);
+
+    int Descriptor() const override { return m_ready.Get(); }
+    void Receive(const DatagramHandler& handler) override;
+    SendResult Send(const Datagram& datagram) override;
+
+    const TapCounts& Counts() const { return m_counts; }
+
+private:
+    struct Host {
+        Mac mac{};
+        bool answersArp = true;
+        bool asksArp = true;
+        std::map<Ipv4, TimePoint> asked;  // whose MAC it has asked for, and when
+    };
+
+    void Watch(int fd);
+    void Handle(std::string_view frame, const DatagramHandler& handler);
+    void Handle(const ArpRequest& request);
+    void Handle(const EchoRequest& request);
+    void Handle(const TcpPacket& packet);
+    void Handle(const UdpFrame& frame, const DatagramHandler& handler);
+    void PassOn(std::string_view packet);
+    SendResult AskForMac(Host& host, Ipv4 own, Ipv4 peer);
+    SendResult Write(std::string_view frame);
+
+    lansim::Descriptor m_ready;
+    lansim::Descriptor m_tap;
+    lansim::Descriptor m_peerStack;
+    Capture* m_capture;
+    TapCounts m_counts;
+    std::map<Ipv4, Host> m_hosts;
+    std::map<Ipv4, Mac> m_peers;  // whom the hosts have heard
+    std::uint16_t m_nextIpId = 1;
+};
+
+}  // namespace lansim

@@ -1,0 +1,25 @@
+#include "tools/lanscout-sim/onvif/xmltext.h"
+
+namespace lansim {
+
+std::string EscapeXml(std::string_view text) {
+    std::string out;
+    for (const char c : text) {
+        switch (c) {
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '&':
+                out += "&amp;";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out;
+}
+
+}  // namespace lansim

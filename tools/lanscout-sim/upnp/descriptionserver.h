@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "tools/lanscout-sim/network/descriptor.h"
+#include "tools/lanscout-sim/network/network.h"
+#include "tools/lanscout-sim/network/outbox.h"
+#include "tools/lanscout-sim/onvif/rawanswer.h"
+#include "tools/lanscout-sim/upnp/upnpdevice.h"
+
+struct MHD_Daemon;
+
+namespace lansim {
+
+// Serves the devices' descriptions over HTTP. Which device is asked is told by the local address
+// of the connection. libmicrohttpd answers; only answers that break HTTP are written here.
+class DescriptionServer {
+public:
+    // The devices stay the caller's and outlive the server.
+    explicit DescriptionServer(std::vector<UpnpDevice>& devices);
+    DescriptionServer(const DescriptionServer&) = delete;
+    DescriptionServer& operator=(const DescriptionServer&) = delete;
+    ~DescriptionServer();
+
+    // Listens in the network namespace that the thread is in now. Address 0.0.0.0 is every
+    // device's. Throws SetupError.
+    void Listen(const Endpoint& at);
+
+    // Becomes readable when Run has something to do; NextDue tells when it has without that.
+    int Descriptor() const { return m_ready.Get(); }
+    std::optional<TimePoint> NextDue(TimePoint now) const;
+    void Run(TimePoint now);
+
+    // The device at the local end of the connection; null when there is none.
+    UpnpDevice* DeviceAt(int connection) const;
+
+private:
+    void Watch(int fd);
+    void Accept(int listener);
+    void RunRawAnswers(TimePoint now);
+
+    std::map<Ipv4, UpnpDevice*> m_devices;
+    lansim::Descriptor m_ready;
+    std::map<int, lansim::Descriptor> m_listeners;
+    std::map<int, RawAnswer> m_rawAnswers;
+    MHD_Daemon* m_daemon;
+};
+
+}  // namespace lansim
