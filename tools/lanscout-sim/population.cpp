@@ -66,24 +66,29 @@ public:
         : m_network(network), m_next{network.Network().value + firstHost} {}
 
     void Take(const std::string& owner, Ipv4 ip) {
-        if (!m_network.Contains(ip) || ip == m_network.Network() || ip == m_network.Broadcast())
+        if (!m_network.Contains(ip) || ip == m_network.Network() || ip == m_network.Broadcast()) {
             throw SetupError(
                 fmt::format("{}: address {} is no host of the network {}; change it or "
                             "the network (--network)",
                             owner, ToText(ip), ToText(m_network)));
-        if (ip == m_network.address)
+        }
+        if (ip == m_network.address) {
             throw SetupError(fmt::format("{}: address {} is the searcher's own; give it another",
                                          owner, ToText(ip)));
-        if (!m_taken.insert(ip).second)
+        }
+        if (!m_taken.insert(ip).second) {
             throw SetupError(
                 fmt::format("{}: address {} is taken by another device", owner, ToText(ip)));
+        }
     }
 
     Ipv4 TakeNext(std::size_t wanted) {
         for (; m_next < m_network.Broadcast(); ++m_next.value) {
             const auto last = m_next.value & 255;
-            if (last == 0 || last == 255 || m_next == m_network.address || m_taken.contains(m_next))
+            if (last == 0 || last == 255 || m_next == m_network.address ||
+                m_taken.contains(m_next)) {
                 continue;
+            }
             m_taken.insert(m_next);
             return m_next;
         }
@@ -103,18 +108,21 @@ void FillIn(Camera& camera, std::size_t number, Random& random) {
     const auto shape = static_cast<unsigned>(random.Below(ShapeCount()));
     const auto model = random.Below(3);
     const auto uuid = random.Uuid();
-    if (camera.uuid.empty())
+    if (camera.uuid.empty()) {
         camera.uuid = uuid;
+    }
     if (camera.maker.empty()) {
         const Maker& maker = kMakers.at(shape % kMakers.size());
         camera.maker = maker.name;
         camera.shape = shape;
-        if (camera.hardware.empty())
+        if (camera.hardware.empty()) {
             camera.hardware = maker.models.at(model);
+        }
         camera.isDevice = camera.isDevice && maker.isDevice;
     }
-    if (camera.name.empty())
+    if (camera.name.empty()) {
         camera.name = fmt::format("{} {}", kPlaces.at(number % kPlaces.size()), number + 1);
+    }
 }
 
 // Draws those that misbehave; one device misbehaves in one way at most.
@@ -122,19 +130,22 @@ template <typename Device>
 void Distribute(const std::vector<MisbehaviourShare>& shares, std::vector<Device*> devices,
                 const char* what, Random& random) {
     const auto total = static_cast<double>(devices.size());
-    for (std::size_t i = devices.size(); i > 1; --i)
+    for (std::size_t i = devices.size(); i > 1; --i) {
         std::swap(devices[i - 1], devices[random.Below(i)]);
+    }
     std::size_t next = 0;
     for (const auto& [kind, share] : shares) {
         auto count = static_cast<std::size_t>(std::lround(share * total));
-        if (count == 0 && share > 0)
+        if (count == 0 && share > 0) {
             count = 1;
+        }
         for (; count > 0; --count) {
-            if (next == devices.size())
+            if (next == devices.size()) {
                 throw SetupError(
                     fmt::format("the shares of --misbehave ask for more than the {} "
                                 "generated {}; give less, or make more of them",
                                 devices.size(), what));
+            }
             devices[next++]->misbehaviours.insert(kind);
         }
     }
@@ -150,8 +161,9 @@ std::vector<MisbehaviourShare> SharesOf(const std::vector<MisbehaviourShare>& sh
 template <typename Device>
 std::vector<Device*> From(std::vector<Device>& devices, std::size_t first) {
     std::vector<Device*> pointers;
-    for (std::size_t i = first; i < devices.size(); ++i)
+    for (std::size_t i = first; i < devices.size(); ++i) {
         pointers.push_back(&devices[i]);
+    }
     return pointers;
 }
 
@@ -164,15 +176,19 @@ void MakeCameras(const PopulationRequest& request, Addresses& addresses, Random&
     }
     for (std::size_t i = 0; i < cameras.size(); ++i) {
         Camera& camera = cameras[i];
-        if (camera.ip == Ipv4{})
+        if (camera.ip == Ipv4{}) {
             camera.ip = addresses.TakeNext(cameras.size());
+        }
         FillIn(camera, i, random);
-        if (camera.port == 0)
+        if (camera.port == 0) {
             camera.port = kMakers.at(camera.shape % kMakers.size()).port;
-        if (camera.location.empty() && i >= request.named.size())
+        }
+        if (camera.location.empty() && i >= request.named.size()) {
             camera.location = kPlaces.at(i % kPlaces.size());
-        if (camera.mac == Mac{})
+        }
+        if (camera.mac == Mac{}) {
             camera.mac = MacFor(camera.ip);
+        }
     }
     Distribute(SharesOf(request.shares, false), From(cameras, request.named.size()), "cameras",
                random);
@@ -203,8 +219,9 @@ void GenerateUpnp(const PopulationRequest& request, const std::vector<Camera>& c
     std::size_t nextCamera = request.named.size();
     std::size_t nextOther = 0;
     for (std::size_t i = 0; i < request.generatedUpnp; ++i) {
-        while (nextCamera < cameras.size() && !cameras[nextCamera].misbehaviours.empty())
+        while (nextCamera < cameras.size() && !cameras[nextCamera].misbehaviours.empty()) {
             ++nextCamera;
+        }
         const bool isCamera = i % 2 == 0 && nextCamera < cameras.size();
         devices.push_back(isCamera ? OtherSideOf(cameras[nextCamera++])
                                    : FromCatalogue(nextOther++));
@@ -214,30 +231,38 @@ void GenerateUpnp(const PopulationRequest& request, const std::vector<Camera>& c
 void Complete(UpnpDevice& device, const std::vector<Camera>& cameras, Addresses& addresses,
               Random& random) {
     const auto uuid = random.Uuid();
-    if (device.uuid.empty())
+    if (device.uuid.empty()) {
         device.uuid = uuid;
-    if (device.ip == Ipv4{})
+    }
+    if (device.ip == Ipv4{}) {
         device.ip = addresses.TakeNext(1);
+    }
     const auto camera = std::ranges::find(cameras, device.ip, &Camera::ip);
-    if (camera != cameras.end())
+    if (camera != cameras.end()) {
         device.mac = camera->mac;
-    if (device.mac == Mac{})
+    }
+    if (device.mac == Mac{}) {
         device.mac = MacFor(device.ip);
-    if (device.Does(Misbehaviour::UpnpLocationNoPort))
+    }
+    if (device.Does(Misbehaviour::UpnpLocationNoPort)) {
         device.port = kHttpPort;
-    if (device.port == 0)
+    }
+    if (device.port == 0) {
         device.port = kUpnpPort;
+    }
 }
 
 void TakeNamedAddresses(const PopulationRequest& request, Addresses& addresses) {
     for (const auto& camera : request.named) {
-        if (camera.ip != Ipv4{})
+        if (camera.ip != Ipv4{}) {
             addresses.Take("camera \"" + camera.name + "\"", camera.ip);
+        }
     }
     for (const auto& device : request.namedUpnp) {
         const bool isCamera = std::ranges::count(request.named, device.ip, &Camera::ip) > 0;
-        if (device.ip != Ipv4{} && !isCamera)
+        if (device.ip != Ipv4{} && !isCamera) {
             addresses.Take("UPnP device \"" + device.name + "\"", device.ip);
+        }
     }
 }
 
@@ -253,8 +278,9 @@ Population MakePopulation(const PopulationRequest& request) {
     GenerateUpnp(request, population.cameras, devices);
     Distribute(SharesOf(request.shares, true), From(devices, request.namedUpnp.size()),
                "UPnP devices", random);
-    for (auto& device : devices)
+    for (auto& device : devices) {
         Complete(device, population.cameras, addresses, random);
+    }
     return population;
 }
 

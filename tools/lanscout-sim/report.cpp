@@ -17,8 +17,9 @@ namespace {
 
 ordered_json KindsOf(const std::set<Misbehaviour>& misbehaviours) {
     auto kinds = ordered_json::array();
-    for (const auto kind : misbehaviours)
+    for (const auto kind : misbehaviours) {
         kinds.push_back(NameOf(kind));
+    }
     return kinds;
 }
 
@@ -57,17 +58,20 @@ ordered_json ReportOf(const UpnpDevice& device) {
 
 ordered_json DevicesReport(const Population& population) {
     auto devices = ordered_json::array();
-    for (const auto& camera : population.cameras)
+    for (const auto& camera : population.cameras) {
         devices.push_back(ReportOf(camera));
-    for (const auto& device : population.upnpDevices)
+    }
+    for (const auto& device : population.upnpDevices) {
         devices.push_back(ReportOf(device));
+    }
     return devices;
 }
 
 ordered_json CountsReport(const AllCounts& counts) {
     auto refused = ordered_json::object();
-    for (const auto& [error, count] : counts.cameras.refused)
+    for (const auto& [error, count] : counts.cameras.refused) {
         refused[std::string(NameOf(error))] = count;
+    }
     ordered_json report = {{"datagrams", counts.cameras.datagrams},
                            {"probes", counts.cameras.probes},
                            {"refused", refused},
@@ -103,8 +107,9 @@ void WriteReport(const ordered_json& report, const std::string& fileName) {
     }
     std::ofstream file(fileName);
     file << text << std::flush;
-    if (!file)
+    if (!file) {
         throw SetupError(fmt::format("cannot write {}: {}", fileName, std::strerror(errno)));
+    }
 }
 
 }  // namespace lansim

@@ -22,8 +22,9 @@ using nlohmann::json;
 class Reader {
 public:
     Reader(const json& object, std::string place) : m_object(object), m_place(std::move(place)) {
-        if (!object.is_object())
+        if (!object.is_object()) {
             Fail("is no object");
+        }
     }
 
     [[noreturn]] void Fail(const std::string& what) const {
@@ -34,8 +35,9 @@ public:
     void Read(const char* key, T& value) {
         m_known.emplace_back(key);
         const auto found = m_object.find(key);
-        if (found == m_object.end())
+        if (found == m_object.end()) {
             return;
+        }
         try {
             found->get_to(value);
         } catch (const json::exception&) {
@@ -47,20 +49,23 @@ public:
     void ReadText(const char* key, T& value, Parse parse, const char* shape) {
         std::string text;
         Read(key, text);
-        if (text.empty())
+        if (text.empty()) {
             return;
+        }
         const auto parsed = parse(text);
-        if (!parsed)
+        if (!parsed) {
             Fail(fmt::format("\"{}\" is \"{}\"; it takes {}", key, text, shape));
+        }
         value = *parsed;
     }
 
     // A misspelt key would otherwise be a setting that silently does nothing.
     void RefuseUnknownKeys() const {
         for (const auto& [key, value] : m_object.items()) {
-            if (std::ranges::find(m_known, key) == m_known.end())
+            if (std::ranges::find(m_known, key) == m_known.end()) {
                 Fail(fmt::format("\"{}\" is not known here; known are {}", key,
                                  fmt::join(m_known, ", ")));
+            }
         }
     }
 
@@ -76,11 +81,12 @@ void ReadTypes(Reader& reader, Camera& camera) {
     const auto has = [&](const char* name) { return std::erase(types, name) > 0; };
     camera.isVideoTransmitter = has("NetworkVideoTransmitter");
     camera.isDevice = has("Device");
-    if (!types.empty())
+    if (!types.empty()) {
         reader.Fail(
             fmt::format("type \"{}\" is not known; known are NetworkVideoTransmitter and "
                         "Device",
                         types.front()));
+    }
 }
 
 std::set<Misbehaviour> ReadMisbehaviours(Reader& reader, bool ofUpnp) {
@@ -89,11 +95,12 @@ std::set<Misbehaviour> ReadMisbehaviours(Reader& reader, bool ofUpnp) {
     reader.Read("misbehave", names);
     for (const auto& name : names) {
         const auto kind = MisbehaviourNamed(name);
-        if (!kind || IsUpnp(*kind) != ofUpnp)
+        if (!kind || IsUpnp(*kind) != ofUpnp) {
             reader.Fail(
                 fmt::format("misbehaviour \"{}\" is not known here; lanscout-sim --help lists "
                             "them",
                             name));
+        }
         kinds.insert(*kind);
     }
     return kinds;
@@ -124,9 +131,10 @@ Camera ReadCamera(const json& object, const std::string& place) {
     ReadTypes(reader, camera);
     camera.misbehaviours = ReadMisbehaviours(reader, false);
     reader.RefuseUnknownKeys();
-    if (camera.shape >= ShapeCount())
+    if (camera.shape >= ShapeCount()) {
         reader.Fail(
             fmt::format("\"shape\" is {}; it takes 0 to {}", camera.shape, ShapeCount() - 1));
+    }
     return camera;
 }
 
@@ -163,20 +171,23 @@ Scenario ParseScenario(const std::string& text, const std::string& source) {
     reader.RefuseUnknownKeys();
 
     Scenario scenario;
-    for (std::size_t i = 0; i < cameras.size(); ++i)
+    for (std::size_t i = 0; i < cameras.size(); ++i) {
         scenario.cameras.push_back(
             ReadCamera(cameras[i], fmt::format("{}: cameras[{}]", source, i)));
-    for (std::size_t i = 0; i < upnpDevices.size(); ++i)
+    }
+    for (std::size_t i = 0; i < upnpDevices.size(); ++i) {
         scenario.upnpDevices.push_back(
             ReadUpnpDevice(upnpDevices[i], fmt::format("{}: upnp[{}]", source, i)));
+    }
     return scenario;
 }
 
 Scenario ReadScenario(const std::string& fileName) {
     std::ifstream file(fileName);
-    if (!file)
+    if (!file) {
         throw SetupError(
             fmt::format("cannot open the scenario {}: {}", fileName, std::strerror(errno)));
+    }
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     return ParseScenario(text, fileName);
 }

@@ -32,8 +32,9 @@ ScopeUri Split(const std::string& uri) {
         at = next;
     }
     // A trailing slash asks for nothing more.
-    if (!parts.segments.empty() && parts.segments.back().empty())
+    if (!parts.segments.empty() && parts.segments.back().empty()) {
         parts.segments.pop_back();
+    }
     return parts;
 }
 
@@ -54,20 +55,26 @@ bool HasType(const Camera& camera, const QualifiedName& type) {
 
 bool ScopeMatches(const std::string& asked, const std::string& owned, const std::string& rule) {
     const std::string prefix(kRulePrefix);
-    if (rule.empty() || rule == prefix + "rfc2396" || rule == prefix + "rfc3986")
+    if (rule.empty() || rule == prefix + "rfc2396" || rule == prefix + "rfc3986") {
         return IsSegmentPrefix(asked, owned);
-    if (rule == prefix + "strcmp0")
+    }
+    if (rule == prefix + "strcmp0") {
         return asked == owned;
-    if (rule == prefix + "uuid")
+    }
+    if (rule == prefix + "uuid") {
         return SameIgnoringCase(asked, owned);
+    }
     return false;
 }
 
 bool Matches(const Probe& probe, const Camera& camera) {
-    if (!std::ranges::all_of(probe.types, [&](const auto& type) { return HasType(camera, type); }))
+    if (!std::ranges::all_of(probe.types,
+                             [&](const auto& type) { return HasType(camera, type); })) {
         return false;
-    if (probe.scopes.empty())
+    }
+    if (probe.scopes.empty()) {
         return true;
+    }
     const auto scopes = ScopesOf(camera);
     return std::ranges::all_of(probe.scopes, [&](const auto& asked) {
         return std::ranges::any_of(

@@ -69,18 +69,21 @@ bool IsUpnp(Misbehaviour kind) {
 std::optional<Misbehaviour> MisbehaviourNamed(std::string_view name) {
     const auto& names = MisbehaviourNames();
     const auto found = std::ranges::find(names, name, &MisbehaviourName::name);
-    if (found == names.end())
+    if (found == names.end()) {
         return std::nullopt;
+    }
     return found->kind;
 }
 
 ShareResult ParseMisbehaviourShare(const std::string& text) {
     const auto equals = text.find('=');
     const auto kind = MisbehaviourNamed(std::string_view(text).substr(0, equals));
-    if (!kind)
+    if (!kind) {
         return {{}, fmt::format("\"{}\" names no misbehaviour; --help lists them", text)};
-    if (equals == std::string::npos)
+    }
+    if (equals == std::string::npos) {
         return {{}, fmt::format("\"{0}\" lacks its share; write {0}=10% or {0}=0.1", text)};
+    }
 
     double share = -1;
     const char* end = text.data() + text.size();
@@ -89,8 +92,9 @@ ShareResult ParseMisbehaviourShare(const std::string& text) {
         share /= 100;
         ++rest;
     }
-    if (error != std::errc{} || rest != end || !(share >= 0 && share <= 1))
+    if (error != std::errc{} || rest != end || !(share >= 0 && share <= 1)) {
         return {{}, fmt::format("the share in \"{}\" is not 0 to 1 or 0% to 100%", text)};
+    }
     return {MisbehaviourShare{*kind, share}, {}};
 }
 

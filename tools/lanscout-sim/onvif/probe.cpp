@@ -42,11 +42,13 @@ bool Is(const xmlNode* node, std::string_view ns, std::string_view name) {
 }
 
 xmlNode* Child(const xmlNode* parent, std::string_view ns, std::string_view name) {
-    if (parent == nullptr)
+    if (parent == nullptr) {
         return nullptr;
+    }
     for (xmlNode* node = parent->children; node != nullptr; node = node->next) {
-        if (Is(node, ns, name))
+        if (Is(node, ns, name)) {
             return node;
+        }
     }
     return nullptr;
 }
@@ -59,8 +61,9 @@ std::string TextOf(xmlNode* node) {
 std::vector<std::string> Words(const std::string& text) {
     std::istringstream stream(text);
     std::vector<std::string> words;
-    for (std::string word; stream >> word;)
+    for (std::string word; stream >> word;) {
         words.push_back(word);
+    }
     return words;
 }
 
@@ -70,20 +73,23 @@ std::optional<QualifiedName> Resolve(xmlNode* node, const std::string& word) {
     const std::string prefix = hasPrefix ? word.substr(0, colon) : "";
     const auto* prefixText = hasPrefix ? reinterpret_cast<const xmlChar*>(prefix.c_str()) : nullptr;
     const xmlNs* ns = xmlSearchNs(node->doc, node, prefixText);
-    if (ns == nullptr && hasPrefix)
+    if (ns == nullptr && hasPrefix) {
         return std::nullopt;
+    }
     return QualifiedName{ns == nullptr ? "" : std::string(View(ns->href)),
                          hasPrefix ? word.substr(colon + 1) : word};
 }
 
 std::optional<ProbeError> ReadTypes(const xmlNode* element, Probe& probe) {
     xmlNode* types = Child(element, kDiscoveryNs, "Types");
-    if (types == nullptr)
+    if (types == nullptr) {
         return std::nullopt;
+    }
     for (const auto& word : Words(TextOf(types))) {
         const auto name = Resolve(types, word);
-        if (!name)
+        if (!name) {
             return ProbeError::UnknownPrefix;
+        }
         probe.types.push_back(*name);
     }
     return std::nullopt;
@@ -91,8 +97,9 @@ std::optional<ProbeError> ReadTypes(const xmlNode* element, Probe& probe) {
 
 void ReadScopes(const xmlNode* element, Probe& probe) {
     xmlNode* scopes = Child(element, kDiscoveryNs, "Scopes");
-    if (scopes == nullptr)
+    if (scopes == nullptr) {
         return;
+    }
     probe.scopes = Words(TextOf(scopes));
     const std::unique_ptr<xmlChar, decltype(xmlFree)> rule(
         xmlGetNoNsProp(scopes, reinterpret_cast<const xmlChar*>("MatchBy")), xmlFree);
@@ -101,20 +108,24 @@ void ReadScopes(const xmlNode* element, Probe& probe) {
 
 std::variant<Probe, ProbeError> ReadEnvelope(const xmlNode* root) {
     const auto soap = Is(root, kSoap12Ns, "Envelope") ? kSoap12Ns : kSoap11Ns;
-    if (!Is(root, soap, "Envelope"))
+    if (!Is(root, soap, "Envelope")) {
         return ProbeError::NotSoap;
+    }
     const xmlNode* element = Child(Child(root, soap, "Body"), kDiscoveryNs, "Probe");
-    if (element == nullptr)
+    if (element == nullptr) {
         return ProbeError::OtherMessage;
+    }
 
     Probe probe;
     xmlNode* messageId = Child(Child(root, soap, "Header"), kAddressingNs, "MessageID");
     const auto ids = messageId == nullptr ? std::vector<std::string>{} : Words(TextOf(messageId));
-    if (ids.size() != 1)
+    if (ids.size() != 1) {
         return ProbeError::NoMessageId;
+    }
     probe.messageId = ids.front();
-    if (const auto error = ReadTypes(element, probe))
+    if (const auto error = ReadTypes(element, probe)) {
         return *error;
+    }
     ReadScopes(element, probe);
     return probe;
 }
@@ -128,11 +139,13 @@ std::string_view NameOf(ProbeError error) {
 }
 
 std::variant<Probe, ProbeError> ParseProbe(std::string_view bytes) {
-    if (bytes.size() > kMaxProbeBytes)
+    if (bytes.size() > kMaxProbeBytes) {
         return ProbeError::TooLong;
+    }
     const Context context(xmlNewParserCtxt());
-    if (!context)
+    if (!context) {
         return ProbeError::NotXml;
+    }
     bool doctypeSeen = false;
     context->_private = &doctypeSeen;
     context->sax->internalSubset = StopAtDoctype;
@@ -140,11 +153,13 @@ std::variant<Probe, ProbeError> ParseProbe(std::string_view bytes) {
         xmlCtxtReadMemory(context.get(), bytes.data(), static_cast<int>(bytes.size()), nullptr,
                           nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
         xmlFreeDoc);
-    if (doctypeSeen)
+    if (doctypeSeen) {
         return ProbeError::Doctype;
+    }
     const xmlNode* root = document ? xmlDocGetRootElement(document.get()) : nullptr;
-    if (root == nullptr)
+    if (root == nullptr) {
         return ProbeError::NotXml;
+    }
     return ReadEnvelope(root);
 }
 

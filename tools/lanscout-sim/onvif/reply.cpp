@@ -37,10 +37,12 @@ std::vector<std::string> SaidXAddrs(const Camera& camera) {
     const std::string ipv6 = fmt::format("http://[fe80::{:x}:{:x}]:{}{}", camera.ip.value >> 16,
                                          camera.ip.value & 0xFFFF, camera.port, path);
     auto list = XAddrsOf(camera);
-    if (camera.Does(Misbehaviour::Ipv6XAddrs))
+    if (camera.Does(Misbehaviour::Ipv6XAddrs)) {
         return {ipv6};
-    if (camera.Does(Misbehaviour::HttpsXAddrs))
+    }
+    if (camera.Does(Misbehaviour::HttpsXAddrs)) {
         return {fmt::format("https://{}:443{}", ToText(camera.ip), path)};
+    }
     if (camera.Does(Misbehaviour::SeveralXAddrs) || camera.Does(Misbehaviour::LineBreakXAddrs)) {
         list.push_back(fmt::format("http://169.254.{}.{}:9000{}", (camera.ip.value >> 8) & 255,
                                    camera.ip.value & 255, path));
@@ -64,10 +66,12 @@ std::vector<std::string> SaidScopes(const Camera& camera) {
 
 std::string TypesText(const Camera& camera, const ReplyShape& shape) {
     std::vector<std::string> types;
-    if (camera.SaysTransmitter())
+    if (camera.SaysTransmitter()) {
         types.push_back(fmt::format("{}:NetworkVideoTransmitter", shape.networkPrefix));
-    if (camera.SaysDevice())
+    }
+    if (camera.SaysDevice()) {
         types.push_back(fmt::format("{}:Device", shape.devicePrefix));
+    }
     return fmt::format("{}", fmt::join(types, " "));
 }
 
@@ -93,8 +97,9 @@ std::string MatchText(const Camera& camera, const ReplyShape& shape,
 std::string Render(const Camera& camera, const Probe& probe, const ReplyIds& ids) {
     const ReplyShape& shape = kReplyShapes.at(camera.shape % kReplyShapes.size());
     const std::string relates = EscapeXml(probe.messageId);
-    if (camera.Does(Misbehaviour::SoapFault))
+    if (camera.Does(Misbehaviour::SoapFault)) {
         return fmt::format(fmt::runtime(kFaultShape), fmt::arg("relates", relates));
+    }
 
     std::string matches = MatchText(camera, shape, SaidXAddrs(camera));
     if (camera.Does(Misbehaviour::TwoProbeMatches)) {
@@ -111,13 +116,15 @@ std::string Render(const Camera& camera, const Probe& probe, const ReplyIds& ids
 // Nested general entities used in a text: expanded they would be far more than the datagram.
 void PutEntityBomb(std::string& reply) {
     std::string doctype = "<!DOCTYPE bomb [<!ENTITY e0 \"boom\">";
-    for (int i = 1; i <= 9; ++i)
+    for (int i = 1; i <= 9; ++i) {
         doctype += fmt::format("<!ENTITY e{0} \"&e{1};&e{1};&e{1};&e{1};&e{1};&e{1};\">", i, i - 1);
+    }
     doctype += "]>";
     const auto declarationEnd = reply.starts_with("<?xml") ? reply.find("?>") + 2 : 0;
     const auto scopesEnd = reply.find("onvif://www.onvif.org/");
-    if (scopesEnd != std::string::npos)
+    if (scopesEnd != std::string::npos) {
         reply.insert(scopesEnd, "&e9; ");
+    }
     reply.insert(declarationEnd, doctype);
 }
 
@@ -125,28 +132,33 @@ void PutEntityBomb(std::string& reply) {
 // without an end for those who read 4096 bytes.
 void PutOversize(std::string& reply) {
     const auto end = reply.rfind("</");
-    if (reply.size() < kOversizeBytes)
+    if (reply.size() < kOversizeBytes) {
         reply.insert(end, std::string(kOversizeBytes - reply.size(), ' '));
+    }
 }
 
 }  // namespace
 
 std::vector<std::string> ScopesOf(const Camera& camera) {
-    if (!camera.scopes.empty())
+    if (!camera.scopes.empty()) {
         return camera.scopes;
+    }
     std::vector<std::string> scopes = {"onvif://www.onvif.org/Profile/Streaming"};
-    if (camera.isVideoTransmitter)
+    if (camera.isVideoTransmitter) {
         scopes.emplace_back("onvif://www.onvif.org/type/video_encoder");
+    }
     scopes.push_back("onvif://www.onvif.org/hardware/" + PercentEncode(camera.hardware));
     scopes.push_back("onvif://www.onvif.org/name/" + PercentEncode(camera.name));
-    if (!camera.location.empty())
+    if (!camera.location.empty()) {
         scopes.push_back("onvif://www.onvif.org/location/" + PercentEncode(camera.location));
+    }
     return scopes;
 }
 
 std::vector<std::string> XAddrsOf(const Camera& camera) {
-    if (!camera.xaddrs.empty())
+    if (!camera.xaddrs.empty()) {
         return camera.xaddrs;
+    }
     return {fmt::format("http://{}/onvif/device_service", Host(camera))};
 }
 
@@ -155,17 +167,22 @@ unsigned ShapeCount() {
 }
 
 std::string BuildReply(const Camera& camera, const Probe& probe, const ReplyIds& ids) {
-    if (camera.Does(Misbehaviour::NotXml))
+    if (camera.Does(Misbehaviour::NotXml)) {
         return "HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n";
+    }
     std::string reply = Render(camera, probe, ids);
-    if (camera.Does(Misbehaviour::EntityBomb))
+    if (camera.Does(Misbehaviour::EntityBomb)) {
         PutEntityBomb(reply);
-    if (camera.Does(Misbehaviour::Oversize))
+    }
+    if (camera.Does(Misbehaviour::Oversize)) {
         PutOversize(reply);
-    if (camera.Does(Misbehaviour::CutOff))
+    }
+    if (camera.Does(Misbehaviour::CutOff)) {
         reply.resize(reply.size() / 2);
-    if (camera.Does(Misbehaviour::ZeroByte))
+    }
+    if (camera.Does(Misbehaviour::ZeroByte)) {
         reply.insert(reply.size() / 2, 1, '\0');
+    }
     return reply;
 }
 

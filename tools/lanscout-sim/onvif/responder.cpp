@@ -13,8 +13,9 @@ constexpr std::uint32_t kInstanceId = 1;
 
 Responder::Responder(std::vector<Camera>& cameras, const ResponderOptions& options, Outbox& outbox)
     : m_cameras(cameras), m_options(options), m_outbox(outbox), m_random(options.seed) {
-    for (auto& camera : cameras)
+    for (auto& camera : cameras) {
         m_byAddress.emplace(camera.ip, &camera);
+    }
 }
 
 void Responder::OnDatagram(const Datagram& datagram, TimePoint now) {
@@ -27,8 +28,9 @@ void Responder::OnDatagram(const Datagram& datagram, TimePoint now) {
     ++m_counts.probes;
     const auto probe = std::make_shared<const Probe>(std::get<Probe>(parsed));
     if (datagram.to.ip == kMulticastGroup) {
-        for (auto& camera : m_cameras)
+        for (auto& camera : m_cameras) {
             Ask(camera, probe, datagram.from, now);
+        }
     } else if (const auto found = m_byAddress.find(datagram.to.ip); found != m_byAddress.end()) {
         Ask(*found->second, probe, datagram.from, now);
     }
@@ -41,23 +43,27 @@ void Responder::Ask(Camera& camera, const std::shared_ptr<const Probe>& probe, E
         return;
     }
     ++camera.probesSeen;
-    if (camera.Does(Misbehaviour::Silent) || !Matches(*probe, camera))
+    if (camera.Does(Misbehaviour::Silent) || !Matches(*probe, camera)) {
         return;
+    }
     const TimePoint due = now + m_random.UpTo(m_options.maxDelay);
     const Endpoint own{camera.ip, kDiscoveryPort};
-    if (camera.Does(Misbehaviour::EmptyDatagram))
+    if (camera.Does(Misbehaviour::EmptyDatagram)) {
         m_outbox.Add(due, {own, from, [] { return std::string(); }, &camera.repliesSent});
+    }
     const auto answer = std::make_shared<Answer>(Answer{&camera, probe, {}});
-    for (int i = 0; i < (camera.Does(Misbehaviour::Duplicate) ? kDuplicates : 1); ++i)
+    for (int i = 0; i < (camera.Does(Misbehaviour::Duplicate) ? kDuplicates : 1); ++i) {
         m_outbox.Add(due,
                      {own, from, [this, answer] { return TextOf(*answer); }, &camera.repliesSent});
+    }
 }
 
 const std::string& Responder::TextOf(Answer& answer) {
-    if (answer.text.empty())
+    if (answer.text.empty()) {
         answer.text = BuildReply(
             *answer.camera, *answer.probe,
             {"urn:uuid:" + m_random.Uuid(), kInstanceId, ++answer.camera->messageNumber});
+    }
     return answer.text;
 }
 

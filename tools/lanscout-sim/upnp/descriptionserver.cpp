@@ -44,8 +44,9 @@ ssize_t FillHuge(void*, std::uint64_t, char* buffer, std::size_t size) {
 
 ssize_t FillFromString(void* text, std::uint64_t at, char* buffer, std::size_t size) {
     const auto& source = *static_cast<const std::string*>(text);
-    if (at >= source.size())
+    if (at >= source.size()) {
         return MHD_CONTENT_READER_END_OF_STREAM;
+    }
     return static_cast<ssize_t>(source.copy(buffer, std::min(size, kChunkBytes), at));
 }
 
@@ -67,13 +68,16 @@ struct Answer {
 
 Answer AnswerOf(const UpnpDevice& device, std::string_view path) {
     using enum Misbehaviour;
-    if (path != "/description.xml" || device.Does(UpnpDescriptionNotFound))
+    if (path != "/description.xml" || device.Does(UpnpDescriptionNotFound)) {
         return {MHD_HTTP_NOT_FOUND, FromText("not found\n")};
-    if (device.Does(UpnpDescriptionHuge))
+    }
+    if (device.Does(UpnpDescriptionHuge)) {
         return {MHD_HTTP_OK, Response(MHD_create_response_from_callback(
                                  kHugeBytes, kBlockBytes, FillHuge, nullptr, nullptr))};
-    if (device.Does(UpnpDescriptionChunked))
+    }
+    if (device.Does(UpnpDescriptionChunked)) {
         return {MHD_HTTP_OK, InChunks(DescriptionOf(device))};
+    }
     if (device.Does(UpnpDescriptionRedirect)) {
         Answer answer{MHD_HTTP_FOUND, FromText("")};
         MHD_add_response_header(answer.response.get(), MHD_HTTP_HEADER_LOCATION, kElsewhere);
@@ -86,8 +90,9 @@ MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* url, co
                      const char*, const char*, std::size_t*, void**) {
     const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
     UpnpDevice* device = static_cast<DescriptionServer*>(self)->DeviceAt(info->connect_fd);
-    if (device == nullptr)
+    if (device == nullptr) {
         return MHD_NO;
+    }
     ++device->descriptionsServed;
     const Answer answer = AnswerOf(*device, url);
     MHD_add_response_header(answer.response.get(), MHD_HTTP_HEADER_CONTENT_TYPE,
@@ -101,10 +106,12 @@ DescriptionServer::DescriptionServer(std::vector<UpnpDevice>& devices)
     : m_ready(epoll_create1(EPOLL_CLOEXEC)),
       m_daemon(MHD_start_daemon(MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET, 0, nullptr, nullptr,
                                 OnRequest, this, MHD_OPTION_END)) {
-    if (m_daemon == nullptr)
+    if (m_daemon == nullptr) {
         throw SetupError("cannot start the HTTP server of the UPnP devices");
-    for (auto& device : devices)
+    }
+    for (auto& device : devices) {
         m_devices.emplace(device.ip, &device);
+    }
     Watch(MHD_get_daemon_info(m_daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd);
 }
 
@@ -125,9 +132,10 @@ void DescriptionServer::Listen(const Endpoint& at) {
     const sockaddr_in address = ToSockaddr(at);
     if (setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
         bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(fd.Get(), kBacklog) != 0)
+        listen(fd.Get(), kBacklog) != 0) {
         throw SetupError(fmt::format("cannot serve HTTP at {} port {}: {}", ToText(at.ip), at.port,
                                      std::strerror(errno)));
+    }
     Watch(fd.Get());
     const int number = fd.Get();
     m_listeners.emplace(number, std::move(fd));
@@ -145,11 +153,13 @@ std::optional<TimePoint> DescriptionServer::NextDue(TimePoint now) const {
     std::optional<TimePoint> next;
     const auto sooner = [&](TimePoint due) { next = next ? std::min(*next, due) : due; };
     MHD_UNSIGNED_LONG_LONG milliseconds = 0;
-    if (MHD_get_timeout(m_daemon, &milliseconds) == MHD_YES)
+    if (MHD_get_timeout(m_daemon, &milliseconds) == MHD_YES) {
         sooner(now + std::chrono::milliseconds(milliseconds));
+    }
     for (const auto& [fd, answer] : m_rawAnswers) {
-        if (answer.NextDue())
+        if (answer.NextDue()) {
             sooner(*answer.NextDue());
+        }
     }
     return next;
 }
@@ -159,8 +169,9 @@ void DescriptionServer::Run(TimePoint now) {
     const int count = epoll_wait(m_ready.Get(), events.data(), kEventsAtOnce, 0);
     for (int i = 0; i < count; ++i) {
         const int fd = events.at(static_cast<std::size_t>(i)).data.fd;
-        if (m_listeners.contains(fd))
+        if (m_listeners.contains(fd)) {
             Accept(fd);
+        }
     }
     MHD_run(m_daemon);
     RunRawAnswers(now);
@@ -172,8 +183,9 @@ void DescriptionServer::Accept(int listener) {
     lansim::Descriptor connection(
         accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
     UpnpDevice* device = connection.IsOpen() ? DeviceAt(connection.Get()) : nullptr;
-    if (device == nullptr)
+    if (device == nullptr) {
         return;
+    }
     if (!HasRawAnswer(*device)) {
         MHD_add_connection(m_daemon, connection.Release(), reinterpret_cast<sockaddr*>(&peer),
                            size);
@@ -186,8 +198,9 @@ void DescriptionServer::Accept(int listener) {
 }
 
 void DescriptionServer::RunRawAnswers(TimePoint now) {
-    for (auto answer = m_rawAnswers.begin(); answer != m_rawAnswers.end();)
+    for (auto answer = m_rawAnswers.begin(); answer != m_rawAnswers.end();) {
         answer = answer->second.Run(now) ? std::next(answer) : m_rawAnswers.erase(answer);
+    }
 }
 
 }  // namespace lansim

@@ -25,8 +25,9 @@ using Fields = std::map<std::string, std::string, IgnoringCase>;
 std::string Trimmed(std::string_view text) {
     constexpr std::string_view kBlank = " \t\r";
     const auto first = text.find_first_not_of(kBlank);
-    if (first == std::string_view::npos)
+    if (first == std::string_view::npos) {
         return {};
+    }
     return std::string(text.substr(first, text.find_last_not_of(kBlank) - first + 1));
 }
 
@@ -43,8 +44,9 @@ Fields ReadFields(std::string_view rest) {
     while (!rest.empty()) {
         const std::string_view line = TakeLine(rest);
         const auto colon = line.find(':');
-        if (colon != std::string_view::npos)
+        if (colon != std::string_view::npos) {
             fields[Trimmed(line.substr(0, colon))] = Trimmed(line.substr(colon + 1));
+        }
     }
     return fields;
 }
@@ -58,11 +60,13 @@ std::string CacheControl(const UpnpDevice& device) {
 }  // namespace
 
 std::optional<SsdpSearch> ParseSearch(std::string_view bytes) {
-    if (Trimmed(TakeLine(bytes)) != kRequestLine)
+    if (Trimmed(TakeLine(bytes)) != kRequestLine) {
         return std::nullopt;
+    }
     auto fields = ReadFields(bytes);
-    if (fields["MAN"] != "\"ssdp:discover\"" || fields["ST"].empty())
+    if (fields["MAN"] != "\"ssdp:discover\"" || fields["ST"].empty()) {
         return std::nullopt;
+    }
     SsdpSearch search{fields["ST"], 1};
     const std::string& wait = fields["MX"];
     std::from_chars(wait.data(), wait.data() + wait.size(), search.longestWaitSeconds);
@@ -79,8 +83,9 @@ std::vector<SsdpIdentity> IdentitiesOf(const UpnpDevice& device) {
 
 std::vector<SsdpIdentity> IdentitiesFor(const UpnpDevice& device, const std::string& target) {
     auto identities = IdentitiesOf(device);
-    if (target != "ssdp:all")
+    if (target != "ssdp:all") {
         std::erase_if(identities, [&](const auto& identity) { return identity.type != target; });
+    }
     return identities;
 }
 

@@ -20,12 +20,14 @@ UpnpResponder::UpnpResponder(std::vector<UpnpDevice>& devices, const UpnpRespond
 void UpnpResponder::OnDatagram(const Datagram& datagram, TimePoint now) {
     ++m_counts.datagrams;
     const auto search = ParseSearch(datagram.payload);
-    if (!search)
+    if (!search) {
         return;
+    }
     ++m_counts.searches;
     for (auto& device : m_devices) {
-        if (datagram.to.ip == kMulticastGroup || datagram.to.ip == device.ip)
+        if (datagram.to.ip == kMulticastGroup || datagram.to.ip == device.ip) {
             Ask(device, *search, datagram.from, now);
+        }
     }
 }
 
@@ -36,8 +38,9 @@ void UpnpResponder::Ask(UpnpDevice& device, const SsdpSearch& search, Endpoint f
         return;
     }
     ++device.searchesSeen;
-    if (device.Does(Misbehaviour::UpnpAdvertiseOnly))
+    if (device.Does(Misbehaviour::UpnpAdvertiseOnly)) {
         return;
+    }
     const auto longest = std::min<std::chrono::milliseconds>(
         m_options.maxDelay, std::chrono::seconds(search.longestWaitSeconds));
     const unsigned repeats = device.Does(Misbehaviour::UpnpFlood) ? kFloodSize : 1;
@@ -56,8 +59,9 @@ void UpnpResponder::Ask(UpnpDevice& device, const SsdpSearch& search, Endpoint f
 void UpnpResponder::SayAlive(TimePoint now) {
     for (auto& device : m_devices) {
         SayAlive(device, now);
-        if (device.Does(Misbehaviour::UpnpChatty))
+        if (device.Does(Misbehaviour::UpnpChatty)) {
             m_nextChat = now + kChatEvery;
+        }
     }
 }
 
@@ -85,11 +89,13 @@ void UpnpResponder::SayByebye(TimePoint now) {
 }
 
 void UpnpResponder::Run(TimePoint now) {
-    if (!m_nextChat || now < *m_nextChat)
+    if (!m_nextChat || now < *m_nextChat) {
         return;
+    }
     for (auto& device : m_devices) {
-        if (device.Does(Misbehaviour::UpnpChatty))
+        if (device.Does(Misbehaviour::UpnpChatty)) {
             SayAlive(device, now);
+        }
     }
     m_nextChat = now + kChatEvery;
 }
