@@ -13,7 +13,8 @@
 #include <cstring>
 #include <thread>
 
-#include "tools/lanscout-sim/setuperror.h"
+#include "tools/lanscout-sim/base/setuperror.h"
+#include "tools/lanscout-sim/network/descriptor.h"
 
 namespace lansim {
 namespace {
@@ -30,8 +31,9 @@ constexpr std::chrono::milliseconds kGraceStep{20};
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     std::vector<char*> argv;
     argv.reserve(arguments.size() + 1);
-    for (const auto& argument : arguments)
+    for (const auto& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
+    }
     argv.push_back(nullptr);
     execvp(argv[0], argv.data());
     const int reason = errno;
@@ -42,22 +44,23 @@ constexpr std::chrono::milliseconds kGraceStep{20};
 }  // namespace
 
 Command::Command(const std::vector<std::string>& arguments, const std::string& address) {
-    std::array<int, 2> report{};
-    if (pipe2(report.data(), O_CLOEXEC) != 0)
-        throw SetupError(fmt::format("cannot make a pipe: {}", std::strerror(errno)));
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        FailWithErrno("cannot make a pipe");
+    }
+    const Descriptor report(ends[0]);
+    Descriptor reportTo(ends[1]);
     setenv("LANSCOUT_SIM_ADDRESS", address.c_str(), 1);
     m_pid = fork();
-    if (m_pid == 0)
-        BecomeCommand(arguments, report[1]);
-    const int forkError = errno;
-    close(report[1]);
+    if (m_pid == 0) {
+        BecomeCommand(arguments, reportTo.Get());
+    }
+    if (m_pid < 0) {
+        FailWithErrno("cannot start " + arguments[0]);
+    }
+    reportTo = Descriptor();
     int reason = 0;
-    const bool hasFailed = m_pid > 0 && read(report[0], &reason, sizeof reason) == sizeof reason;
-    close(report[0]);
-    if (m_pid < 0)
-        throw SetupError(
-            fmt::format("cannot start {}: {}", arguments[0], std::strerror(forkError)));
-    if (hasFailed) {
+    if (read(report.Get(), &reason, sizeof reason) == sizeof reason) {
         waitpid(m_pid, nullptr, 0);
         m_status = 127;
         throw SetupError(fmt::format("cannot run {}: {}", arguments[0], std::strerror(reason)));
@@ -65,12 +68,14 @@ Command::Command(const std::vector<std::string>& arguments, const std::string& a
 }
 
 Command::~Command() {
-    if (ExitStatus())
+    if (ExitStatus()) {
         return;
+    }
     Signal(SIGTERM);
     for (auto waited = std::chrono::milliseconds(0); waited < kGrace; waited += kGraceStep) {
-        if (ExitStatus())
+        if (ExitStatus()) {
             return;
+        }
         std::this_thread::sleep_for(kGraceStep);
     }
     Signal(SIGKILL);
@@ -79,14 +84,16 @@ Command::~Command() {
 
 std::optional<int> Command::ExitStatus() {
     int status = 0;
-    if (!m_status && waitpid(m_pid, &status, WNOHANG) == m_pid)
+    if (!m_status && waitpid(m_pid, &status, WNOHANG) == m_pid) {
         m_status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
     return m_status;
 }
 
 void Command::Signal(int number) const {
-    if (!m_status)
+    if (!m_status) {
         kill(m_pid, number);
+    }
 }
 
 }  // namespace lansim

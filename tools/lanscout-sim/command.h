@@ -1,3 +1,4 @@
+// The program that runs inside the simulated network.
 #pragma once
 
 #include <sys/types.h>

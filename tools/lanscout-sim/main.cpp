@@ -14,8 +14,9 @@ constexpr int kCannotRun = 3;
 
 int main(int argc, char** argv) try {
     const auto commandLine = lansim::ParseCommandLine(argc, argv);
-    if (!commandLine.options)
+    if (!commandLine.options) {
         return commandLine.exitStatus;
+    }
     xmlInitParser();
     return lansim::RunSimulation(*commandLine.options);
 } catch (const std::exception& error) {

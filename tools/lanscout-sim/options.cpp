@@ -35,8 +35,9 @@ LANSCOUT_SIM_ADDRESS in the command's environment is the address to search from.
 
 std::string Footer() {
     std::string text = "Misbehaviours (--misbehave KIND=SHARE):\n";
-    for (const auto& entry : MisbehaviourNames())
+    for (const auto& entry : MisbehaviourNames()) {
         text += fmt::format("  {:<28}{}\n", entry.name, entry.meaning);
+    }
     return text + "\n" + kExamples;
 }
 
@@ -146,19 +147,25 @@ void Complete(const CLI::App& app, Options& options, const Raw& raw) {
     options.mode = raw.mode == "namespace"  ? Mode::Namespace
                    : raw.mode == "loopback" ? Mode::Loopback
                                             : Mode::Automatic;
-    for (const auto& share : raw.shares)
+    for (const auto& share : raw.shares) {
         options.shares.push_back(*ParseMisbehaviourShare(share).value);
-    if (!raw.network.empty())
+    }
+    if (!raw.network.empty()) {
         options.network = ParseSubnet(raw.network);
-    if (app.count("--probe-loss") == 0)
+    }
+    if (app.count("--probe-loss") == 0) {
         options.probeLossPercent = raw.loss;
-    if (app.count("--reply-loss") == 0)
+    }
+    if (app.count("--reply-loss") == 0) {
         options.replyLossPercent = raw.loss;
+    }
     options.maxDelay = std::chrono::milliseconds(raw.maxDelay);
-    if (app.count("--seconds") > 0)
+    if (app.count("--seconds") > 0) {
         options.duration = std::chrono::milliseconds(static_cast<int>(raw.seconds * 1000));
-    if (app.count("--cameras") == 0 && options.scenarioFile.empty())
+    }
+    if (app.count("--cameras") == 0 && options.scenarioFile.empty()) {
         options.cameras = kDefaultCameras;
+    }
 }
 
 }  // namespace
@@ -181,8 +188,9 @@ CommandLine ParseCommandLine(int argc, const char* const* argv) {
         return {std::nullopt, status == 0 ? 0 : kWrongUse};
     }
     Complete(app, options, raw);
-    if (dashes != end)
+    if (dashes != end) {
         options.command.assign(dashes + 1, end);
+    }
     if (dashes != end && options.command.empty()) {
         fmt::print(stderr, "lanscout-sim: \"--\" must be followed by the command to run\n");
         return {std::nullopt, kWrongUse};

@@ -1,3 +1,4 @@
+// The command line.
 #pragma once
 
 #include <chrono>
@@ -5,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/lanscout-sim/base/misbehaviour.h"
 #include "tools/lanscout-sim/network/address.h"
-#include "tools/lanscout-sim/onvif/misbehaviour.h"
 
 namespace lansim {
 

@@ -9,8 +9,8 @@
 #include <set>
 #include <utility>
 
+#include "tools/lanscout-sim/base/random.h"
 #include "tools/lanscout-sim/onvif/reply.h"
-#include "tools/lanscout-sim/random.h"
 
 namespace lansim {
 namespace {

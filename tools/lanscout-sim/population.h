@@ -1,10 +1,11 @@
+// All devices of a run, named and generated.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "tools/lanscout-sim/base/setuperror.h"
 #include "tools/lanscout-sim/onvif/camera.h"
-#include "tools/lanscout-sim/setuperror.h"
 #include "tools/lanscout-sim/upnp/upnpdevice.h"
 
 namespace lansim {

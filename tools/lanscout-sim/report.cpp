@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iostream>
 
-#include "tools/lanscout-sim/setuperror.h"
+#include "tools/lanscout-sim/base/setuperror.h"
 
 namespace lansim {
 

@@ -1,3 +1,4 @@
+// What a run tells about its devices and itself, as JSON.
 #pragma once
 
 #include <nlohmann/json.hpp>

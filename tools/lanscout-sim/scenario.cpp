@@ -10,8 +10,8 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "tools/lanscout-sim/base/setuperror.h"
 #include "tools/lanscout-sim/onvif/reply.h"
-#include "tools/lanscout-sim/setuperror.h"
 
 namespace lansim {
 namespace {

@@ -1,3 +1,4 @@
+// Reading a scenario file.
 #pragma once
 
 #include <string>

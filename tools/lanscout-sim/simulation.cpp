@@ -11,7 +11,7 @@
 #include <memory>
 
 #include "tools/lanscout-sim/command.h"
-#include "tools/lanscout-sim/network/hosts.h"
+#include "tools/lanscout-sim/hosts.h"
 #include "tools/lanscout-sim/network/loopbacknetwork.h"
 #include "tools/lanscout-sim/network/netns.h"
 #include "tools/lanscout-sim/network/peerstack.h"
@@ -37,8 +37,9 @@ constexpr std::uint32_t kLoopbackFirstHost = 257;  // 127.77.1.1
 Descriptor MakeSignalDescriptor() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
         sigaddset(&signals, number);
+    }
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN);
     return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
@@ -49,14 +50,16 @@ Descriptor MakeSignalDescriptor() {
 template <typename Device>
 void MoveInto(const Subnet& subnet, std::vector<Device>& devices) {
     for (auto& device : devices) {
-        if (device.ip != Ipv4{})
+        if (device.ip != Ipv4{}) {
             device.ip.value = subnet.Network().value | (device.ip.value & ~subnet.Mask().value);
+        }
     }
 }
 
 void Sooner(TimePoint& due, const std::optional<TimePoint>& other) {
-    if (other)
+    if (other) {
         due = std::min(due, *other);
+    }
 }
 
 class Simulation {
@@ -65,46 +68,54 @@ public:
         : m_options(options),
           m_signals(MakeSignalDescriptor()),
           m_outbox(options.seed + 1, options.replyLossPercent / 100) {
-        if (!options.scenarioFile.empty())
+        if (!options.scenarioFile.empty()) {
             m_scenario = ReadScenario(options.scenarioFile);
-        if (!options.captureFile.empty())
+        }
+        if (!options.captureFile.empty()) {
             m_capture = std::make_unique<Capture>(options.captureFile);
+        }
     }
 
     int Run() {
         MakeNetwork();
-        if (!m_options.devicesFile.empty())
+        if (!m_options.devicesFile.empty()) {
             WriteReport({{"devices", DevicesReport(m_population)}}, m_options.devicesFile);
+        }
         m_upnp->SayAlive(Clock::now());
         m_outbox.SendDue(Clock::now(), *m_network);
         fmt::print(m_options.command.empty() ? stdout : stderr, "{}\n", ReadyLine());
         std::fflush(stdout);
-        if (!m_options.command.empty())
+        if (!m_options.command.empty()) {
             m_command = std::make_unique<Command>(m_options.command, ToText(m_subnet.address));
-        if (m_options.duration)
+        }
+        if (m_options.duration) {
             m_end = Clock::now() + *m_options.duration;
+        }
         Loop();
         const int status = m_command ? m_command->ExitStatus().value_or(0) : 0;
         m_command.reset();
         m_upnp->SayByebye(Clock::now());
         m_outbox.SendDue(Clock::now(), *m_network);
-        if (!m_options.statsFile.empty())
+        if (!m_options.statsFile.empty()) {
             WriteReport(Stats(), m_options.statsFile);
+        }
         return status;
     }
 
 private:
     void MakeNetwork() {
-        if (m_options.mode == Mode::Loopback)
+        if (m_options.mode == Mode::Loopback) {
             return MakeLoopback();
+        }
         Populate(kNamespaceNetwork, kNamespaceFirstHost);
         try {
             MakeNamespace();
         } catch (const SetupError& error) {
             m_network.reset();
             m_namespace.reset();
-            if (m_options.mode == Mode::Namespace)
+            if (m_options.mode == Mode::Namespace) {
                 throw;
+            }
             fmt::print(stderr, "lanscout-sim: loopback mode, for namespace mode may not be: {}\n",
                        error.what());
             MakeLoopback();
@@ -115,26 +126,29 @@ private:
         m_namespace = std::make_unique<NetworkNamespace>(m_options.netns);
         auto network = std::make_unique<TapNetwork>(m_options.tap, m_subnet, HostsOf(m_population),
                                                     m_capture.get());
-        if (!m_population.upnpDevices.empty())
+        if (!m_population.upnpDevices.empty()) {
             network->Attach(
                 MakePeerStack(m_subnet, UpnpAddresses(), [this] { ServeEverywhere(); }));
+        }
         m_tapCounts = &network->Counts();
         m_network = std::move(network);
     }
 
     void MakeLoopback() {
         const Subnet subnet = m_options.network.value_or(kLoopbackNetwork);
-        if (subnet.address.value >> 24 != 127)
+        if (subnet.address.value >> 24 != 127) {
             throw SetupError(
                 fmt::format("{} is not in 127.0.0.0/8, where loopback mode lives; "
                             "leave --network out or give one as 127.77.0.1/16",
                             ToText(subnet)));
+        }
         MoveInto(subnet, m_scenario.cameras);
         MoveInto(subnet, m_scenario.upnpDevices);
         Populate(kLoopbackNetwork, kLoopbackFirstHost);
         m_network = std::make_unique<LoopbackNetwork>(HostsOf(m_population), m_capture.get());
-        for (const auto& device : m_population.upnpDevices)
+        for (const auto& device : m_population.upnpDevices) {
             m_server->Listen({device.ip, device.port});
+        }
     }
 
     void Populate(const Subnet& defaultNetwork, std::uint32_t firstHost) {
@@ -154,17 +168,20 @@ private:
 
     std::set<Ipv4> UpnpAddresses() const {
         std::set<Ipv4> addresses;
-        for (const auto& device : m_population.upnpDevices)
+        for (const auto& device : m_population.upnpDevices) {
             addresses.insert(device.ip);
+        }
         return addresses;
     }
 
     void ServeEverywhere() {
         std::set<std::uint16_t> ports;
-        for (const auto& device : m_population.upnpDevices)
+        for (const auto& device : m_population.upnpDevices) {
             ports.insert(device.port);
-        for (const auto port : ports)
+        }
+        for (const auto port : ports) {
             m_server->Listen({Ipv4{}, port});
+        }
     }
 
     std::string ReadyLine() const {
@@ -190,17 +207,19 @@ private:
             m_network->Receive([this](const Datagram& datagram) { Take(datagram); });
             m_upnp->Run(Clock::now());
             m_outbox.SendDue(Clock::now(), *m_network);
-            if (!m_population.upnpDevices.empty())
+            if (!m_population.upnpDevices.empty()) {
                 m_server->Run(Clock::now());
+            }
             TakeSignals();
         }
     }
 
     void Take(const Datagram& datagram) {
-        if (datagram.to.port == kDiscoveryPort)
+        if (datagram.to.port == kDiscoveryPort) {
             m_cameras->OnDatagram(datagram, Clock::now());
-        else if (datagram.to.port == kSsdpPort)
+        } else if (datagram.to.port == kSsdpPort) {
             m_upnp->OnDatagram(datagram, Clock::now());
+        }
     }
 
     timespec UntilNextDue() const {
@@ -219,11 +238,13 @@ private:
     void TakeSignals() {
         signalfd_siginfo info{};
         while (read(m_signals.Get(), &info, sizeof info) == sizeof info) {
-            if (info.ssi_signo == SIGCHLD)
+            if (info.ssi_signo == SIGCHLD) {
                 continue;
+            }
             m_isStopped = true;
-            if (m_command)
+            if (m_command) {
                 m_command->Signal(static_cast<int>(info.ssi_signo));
+            }
         }
     }
 

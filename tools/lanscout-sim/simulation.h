@@ -1,3 +1,4 @@
+// One run from its start to its end.
 #pragma once
 
 #include "tools/lanscout-sim/options.h"

@@ -26,36 +26,41 @@ bool Subnet::Contains(Ipv4 ip) const {
 
 std::optional<Ipv4> ParseIpv4(const std::string& text) {
     in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1)
+    if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
         return std::nullopt;
+    }
     return Ipv4{ntohl(address.s_addr)};
 }
 
 std::optional<Mac> ParseMac(const std::string& text) {
     constexpr std::size_t kTextBytes = 17;
-    if (text.size() != kTextBytes)
+    if (text.size() != kTextBytes) {
         return std::nullopt;
+    }
     Mac mac{};
     for (std::size_t i = 0; i < mac.size(); ++i) {
         const char* digits = &text[3 * i];
         const auto [end, error] = std::from_chars(digits, digits + 2, mac.at(i), 16);
         const bool isJoined = i + 1 == mac.size() || digits[2] == ':';
-        if (error != std::errc{} || end != digits + 2 || !isJoined)
+        if (error != std::errc{} || end != digits + 2 || !isJoined) {
             return std::nullopt;
+        }
     }
     return mac;
 }
 
 std::optional<Subnet> ParseSubnet(const std::string& text) {
     const auto slash = text.find('/');
-    if (slash == std::string::npos)
+    if (slash == std::string::npos) {
         return std::nullopt;
+    }
     const auto ip = ParseIpv4(text.substr(0, slash));
     int bits = 0;
     const char* end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data() + slash + 1, end, bits);
-    if (!ip || error != std::errc{} || rest != end || bits < 8 || bits > 30)
+    if (!ip || error != std::errc{} || rest != end || bits < 8 || bits > 30) {
         return std::nullopt;
+    }
     return Subnet{*ip, bits};
 }
 

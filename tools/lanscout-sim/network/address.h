@@ -1,3 +1,4 @@
+// IPv4 and Ethernet addresses, networks, datagrams, and their texts.
 #pragma once
 
 #include <netinet/in.h>

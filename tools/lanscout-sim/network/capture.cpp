@@ -4,7 +4,7 @@
 #include <fmt/format.h>
 #include <sys/time.h>
 
-#include "tools/lanscout-sim/setuperror.h"
+#include "tools/lanscout-sim/base/setuperror.h"
 
 namespace lansim {
 
@@ -13,8 +13,9 @@ constexpr int kSnapLength = 65535;
 Capture::Capture(const std::string& fileName)
     : m_handle(pcap_open_dead(DLT_EN10MB, kSnapLength)),
       m_dumper(pcap_dump_open(m_handle.get(), fileName.c_str())) {
-    if (!m_dumper)
+    if (!m_dumper) {
         throw SetupError(fmt::format("cannot write the capture: {}", pcap_geterr(m_handle.get())));
+    }
     // The command that runs inside shall not inherit it.
     fcntl(fileno(pcap_dump_file(m_dumper.get())), F_SETFD, FD_CLOEXEC);
 }

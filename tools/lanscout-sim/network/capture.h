@@ -1,3 +1,4 @@
+// A pcap file of what passed.
 #pragma once
 
 #include <pcap/pcap.h>

@@ -1,3 +1,4 @@
+// The one owner of a file descriptor in the simulator.
 #pragma once
 
 #include <unistd.h>
@@ -6,26 +7,32 @@
 
 namespace lansim {
 
-// Owns a file descriptor.
+// Closes it when it goes; an assignment closes what was there.
 class Descriptor {
 public:
     Descriptor() = default;
     explicit Descriptor(int fd) : m_fd(fd) {}
     Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
     Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(m_fd, other.m_fd);
+        if (this != &other) {
+            Close();
+            m_fd = other.Release();
+        }
         return *this;
     }
-    ~Descriptor() {
-        if (m_fd >= 0)
-            close(m_fd);
-    }
+    ~Descriptor() { Close(); }
 
     int Get() const { return m_fd; }
     int Release() { return std::exchange(m_fd, -1); }
     bool IsOpen() const { return m_fd >= 0; }
 
 private:
+    void Close() {
+        if (m_fd >= 0) {
+            close(m_fd);
+        }
+    }
+
     int m_fd = -1;
 };
 

@@ -42,22 +42,25 @@ std::string Bytes(Tins::PDU& pdu) {
 
 std::string PayloadOf(const Tins::PDU& pdu) {
     const auto* raw = pdu.find_pdu<Tins::RawPDU>();
-    if (raw == nullptr)
+    if (raw == nullptr) {
         return {};
+    }
     return {raw->payload().begin(), raw->payload().end()};
 }
 
 Heard ReadArp(const Tins::ARP& arp) {
-    if (arp.opcode() != Tins::ARP::REQUEST)
+    if (arp.opcode() != Tins::ARP::REQUEST) {
         return {};
+    }
     return ArpRequest{FromTins(arp.sender_ip_addr()), FromTins(arp.sender_hw_addr()),
                       FromTins(arp.target_ip_addr())};
 }
 
 Heard ReadIp(const Mac& from, const Tins::IP& ip, std::string_view packet) {
-    if (ip.protocol() == IPPROTO_TCP)
+    if (ip.protocol() == IPPROTO_TCP) {
         return TcpPacket{from, FromTins(ip.src_addr()), FromTins(ip.dst_addr()),
                          std::string(packet.substr(0, ip.tot_len()))};
+    }
     if (const auto* udp = ip.find_pdu<Tins::UDP>()) {
         return UdpFrame{from,
                         {{FromTins(ip.src_addr()), udp->sport()},
@@ -77,10 +80,12 @@ Heard ReadIp(const Mac& from, const Tins::IP& ip, std::string_view packet) {
 Heard ReadFrame(std::string_view frame) try {
     const Tins::EthernetII ethernet(reinterpret_cast<const std::uint8_t*>(frame.data()),
                                     static_cast<std::uint32_t>(frame.size()));
-    if (const auto* arp = ethernet.find_pdu<Tins::ARP>())
+    if (const auto* arp = ethernet.find_pdu<Tins::ARP>()) {
         return ReadArp(*arp);
-    if (const auto* ip = ethernet.find_pdu<Tins::IP>())
+    }
+    if (const auto* ip = ethernet.find_pdu<Tins::IP>()) {
         return ReadIp(FromTins(ethernet.src_addr()), *ip, frame.substr(kEthernetHeaderBytes));
+    }
     return {};
 } catch (const Tins::exception_base&) {
     return {};
@@ -145,8 +150,9 @@ std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagra
         part.ttl(64);
         part.protocol(IPPROTO_UDP);
         part.fragment_offset(static_cast<std::uint16_t>(at / kFragmentUnitBytes));
-        if (at + step < content.size())
+        if (at + step < content.size()) {
             part.flags(Tins::IP::MORE_FRAGMENTS);
+        }
         auto frame = ethernet / part / Tins::RawPDU(content.substr(at, step));
         frames.push_back(Bytes(frame));
     }

@@ -1,3 +1,4 @@
+// Ethernet frames: reading the searcher's, writing the devices'.
 #pragma once
 
 #include <optional>

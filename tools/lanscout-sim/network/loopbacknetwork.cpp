@@ -12,8 +12,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "tools/lanscout-sim/base/setuperror.h"
 #include "tools/lanscout-sim/network/frames.h"
-#include "tools/lanscout-sim/setuperror.h"
 
 namespace lansim {
 namespace {
@@ -28,24 +28,27 @@ void AllowDescriptors(std::size_t sockets) {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlim_t wanted = sockets + kOtherDescriptors;
-    if (limit.rlim_cur >= wanted)
+    if (limit.rlim_cur >= wanted) {
         return;
+    }
     limit.rlim_cur = std::min(wanted, limit.rlim_max);
     setrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_cur < wanted)
+    if (limit.rlim_cur < wanted) {
         throw SetupError(
             fmt::format("{} devices in loopback mode take as many sockets, and this "
                         "process may open {}; give fewer devices, raise \"ulimit "
                         "-n\", or use --mode namespace",
                         sockets, limit.rlim_max));
+    }
 }
 
 void CheckLoopbackIsUp() {
     const lansim::Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     std::string("lo").copy(static_cast<char*>(request.ifr_name), IFNAMSIZ - 1);
-    if (ioctl(fd.Get(), SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_UP) == 0)
+    if (ioctl(fd.Get(), SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_UP) == 0) {
         throw SetupError("the loopback device is down; bring it up with: ip link set lo up");
+    }
 }
 
 ip_mreqn OnLoopback(Ipv4 group) {
@@ -62,9 +65,10 @@ void SendMulticastOnLoopback(int fd) {
 
 void JoinOnLoopback(int fd, Ipv4 group) {
     const ip_mreqn membership = OnLoopback(group);
-    if (setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) != 0)
+    if (setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) != 0) {
         throw SetupError(
             fmt::format("cannot join {} on lo: {}", ToText(group), std::strerror(errno)));
+    }
 }
 
 }  // namespace
@@ -76,39 +80,46 @@ LoopbackNetwork::LoopbackNetwork(const std::vector<SimulatedHost>& hosts, Captur
     std::size_t sockets = 0;
     for (const auto& host : hosts) {
         sockets += host.udpPorts.size();
-        for (const auto port : host.udpPorts)
+        for (const auto port : host.udpPorts) {
             groups.insert({kMulticastGroup, port});
+        }
     }
     AllowDescriptors(sockets + groups.size());
-    for (const auto& group : groups)
+    for (const auto& group : groups) {
         Listen(group, true);
+    }
     for (const auto& host : hosts) {
         m_macs[host.ip] = host.mac;
-        for (const auto port : host.udpPorts)
+        for (const auto port : host.udpPorts) {
             Listen({host.ip, port}, false);
+        }
     }
 }
 
 void LoopbackNetwork::Listen(const Endpoint& at, bool isGroup) {
     lansim::Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!fd.IsOpen())
+    if (!fd.IsOpen()) {
         throw SetupError(
             fmt::format("cannot open a socket for {}: {}", ToText(at.ip), std::strerror(errno)));
+    }
     const int on = 1;
     // Others on this machine may listen to the group as well, and a UPnP library listens at SSDP's
     // port of every address.
-    if (isGroup || at.port == kSsdpPort)
+    if (isGroup || at.port == kSsdpPort) {
         setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    }
     const sockaddr_in address = ToSockaddr(at);
-    if (bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    if (bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         throw SetupError(
             fmt::format("cannot listen at {} port {}: {}; end the program that uses "
                         "the port, or give another --network of 127.0.0.0/8",
                         ToText(at.ip), at.port, std::strerror(errno)));
-    if (isGroup)
+    }
+    if (isGroup) {
         JoinOnLoopback(fd.Get(), at.ip);
-    else
+    } else {
         SendMulticastOnLoopback(fd.Get());
+    }
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.fd = fd.Get();
@@ -132,8 +143,9 @@ void LoopbackNetwork::ReceiveAt(int fd, const Endpoint& at, const DatagramHandle
     socklen_t fromSize = sizeof from;
     const ssize_t size = recvfrom(fd, buffer.data(), buffer.size(), 0,
                                   reinterpret_cast<sockaddr*>(&from), &fromSize);
-    if (size < 0)
+    if (size < 0) {
         return;
+    }
     const Datagram datagram{
         FromSockaddr(from), at, {buffer.data(), static_cast<std::size_t>(size)}};
     Record(datagram);
@@ -142,28 +154,32 @@ void LoopbackNetwork::ReceiveAt(int fd, const Endpoint& at, const DatagramHandle
 
 SendResult LoopbackNetwork::Send(const Datagram& datagram) {
     const auto found = m_sockets.find(datagram.from);
-    if (found == m_sockets.end())
+    if (found == m_sockets.end()) {
         return SendResult::Failed;
+    }
     const sockaddr_in to = ToSockaddr(datagram.to);
     if (sendto(found->second.Get(), datagram.payload.data(), datagram.payload.size(), 0,
-               reinterpret_cast<const sockaddr*>(&to), sizeof to) < 0)
+               reinterpret_cast<const sockaddr*>(&to), sizeof to) < 0) {
         return errno == EAGAIN || errno == ENOBUFS || errno == EINTR ? SendResult::TryAgain
                                                                      : SendResult::Failed;
+    }
     Record(datagram);
     return SendResult::Sent;
 }
 
 // The frames never were, but Wireshark shows the same conversation for both modes.
 void LoopbackNetwork::Record(const Datagram& datagram) {
-    if (m_capture == nullptr)
+    if (m_capture == nullptr) {
         return;
+    }
     const auto mac = [&](Ipv4 ip) {
         const auto found = m_macs.find(ip);
         return found == m_macs.end() ? Mac{} : found->second;
     };
     for (const auto& frame : UdpFrames(mac(datagram.from.ip), mac(datagram.to.ip), datagram,
-                                       m_nextIpId++, kLoopbackMtu))
+                                       m_nextIpId++, kLoopbackMtu)) {
         m_capture->Write(frame);
+    }
 }
 
 }  // namespace lansim

@@ -1,3 +1,4 @@
+// A network of sockets on addresses of 127.0.0.0/8.
 #pragma once
 
 #include <map>
@@ -5,7 +6,7 @@
 
 #include "tools/lanscout-sim/network/capture.h"
 #include "tools/lanscout-sim/network/descriptor.h"
-#include "tools/lanscout-sim/network/hosts.h"
+#include "tools/lanscout-sim/network/host.h"
 #include "tools/lanscout-sim/network/network.h"
 
 namespace lansim {

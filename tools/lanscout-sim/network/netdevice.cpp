@@ -14,7 +14,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "tools/lanscout-sim/setuperror.h"
+#include "tools/lanscout-sim/base/setuperror.h"
 
 namespace lansim {
 namespace {
@@ -25,8 +25,9 @@ Descriptor OpenTunThroughOwnNode() {
     constexpr int kMisc = 10;
     constexpr int kTunMinor = 200;
     const std::string node = fmt::format("/tmp/lanscout-sim-tun-{}", getpid());
-    if (mknod(node.c_str(), S_IFCHR | 0600, makedev(kMisc, kTunMinor)) != 0)
+    if (mknod(node.c_str(), S_IFCHR | 0600, makedev(kMisc, kTunMinor)) != 0) {
         return {};
+    }
     Descriptor fd(open(node.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
     unlink(node.c_str());
     return fd;
@@ -40,10 +41,11 @@ Descriptor OpenTun() {
         fd = OpenTunThroughOwnNode();
         errno = reason;
     }
-    if (!fd.IsOpen())
+    if (!fd.IsOpen()) {
         FailWithErrno(
             fmt::format("cannot open {}", kPath),
             "the kernel's module tun must be there (modprobe tun), or use --mode loopback");
+    }
     return fd;
 }
 
@@ -65,16 +67,18 @@ Descriptor MakeTunDevice(const std::string& name, TunKind kind) {
     auto request = RequestFor(name);
     request.ifr_flags =
         static_cast<short>((kind == TunKind::IpPackets ? IFF_TUN : IFF_TAP) | IFF_NO_PI);
-    if (ioctl(fd.Get(), TUNSETIFF, &request) != 0)
+    if (ioctl(fd.Get(), TUNSETIFF, &request) != 0) {
         FailWithErrno("cannot make the device " + name,
                       "it takes CAP_NET_ADMIN; --mode loopback takes none");
+    }
     return fd;
 }
 
 NetDevice::NetDevice(std::string name)
     : m_name(std::move(name)), m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    if (!m_socket.IsOpen())
+    if (!m_socket.IsOpen()) {
         FailWithErrno("cannot open a socket to set up " + m_name);
+    }
 }
 
 void NetDevice::SetAddress(const Subnet& subnet) {
@@ -104,8 +108,9 @@ void NetDevice::AddRoute(const Subnet& destination) {
     PutAddress(route.rt_genmask, destination.Mask());
     route.rt_flags = RTF_UP;
     route.rt_dev = m_name.data();
-    if (ioctl(m_socket.Get(), SIOCADDRT, &route) != 0)
+    if (ioctl(m_socket.Get(), SIOCADDRT, &route) != 0) {
         FailWithErrno(fmt::format("cannot route {} to {}", ToText(destination), m_name));
+    }
 }
 
 void NetDevice::SilenceIpv6() const {
@@ -121,8 +126,9 @@ Mac NetDevice::HardwareAddress() {
 }
 
 void NetDevice::Do(unsigned long operation, ifreq& request, const char* what) {
-    if (ioctl(m_socket.Get(), operation, &request) != 0)
+    if (ioctl(m_socket.Get(), operation, &request) != 0) {
         FailWithErrno(fmt::format("cannot {} {}", what, m_name));
+    }
 }
 
 }  // namespace lansim

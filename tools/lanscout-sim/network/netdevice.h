@@ -1,3 +1,4 @@
+// Making and setting up network devices of the kernel.
 #pragma once
 
 #include <string>

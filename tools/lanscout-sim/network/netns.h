@@ -1,3 +1,4 @@
+// A network namespace for the time of a run.
 #pragma once
 
 #include <string>

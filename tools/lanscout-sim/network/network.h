@@ -1,3 +1,4 @@
+// What carries datagrams between the searcher and the devices.
 #pragma once
 
 #include <functional>

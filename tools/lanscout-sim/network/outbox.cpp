@@ -15,8 +15,9 @@ void Outbox::Add(TimePoint due, Outgoing outgoing) {
 }
 
 std::optional<TimePoint> Outbox::NextDue() const {
-    if (m_waiting.empty())
+    if (m_waiting.empty()) {
         return std::nullopt;
+    }
     return m_waiting.top().due;
 }
 
@@ -33,8 +34,9 @@ void Outbox::Deliver(Entry entry, TimePoint now, Network& network) {
     switch (network.Send({from, to, write()})) {
         case SendResult::Sent:
             ++m_counts.sent;
-            if (sentCount != nullptr)
+            if (sentCount != nullptr) {
                 ++*sentCount;
+            }
             return;
         case SendResult::TryAgain:
             ++m_counts.repeated;

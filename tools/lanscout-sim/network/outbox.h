@@ -1,3 +1,4 @@
+// Datagrams that wait for the time at which they are sent.
 #pragma once
 
 #include <chrono>
@@ -8,9 +9,9 @@
 #include <tuple>
 #include <vector>
 
+#include "tools/lanscout-sim/base/random.h"
+#include "tools/lanscout-sim/base/timepoint.h"
 #include "tools/lanscout-sim/network/network.h"
-#include "tools/lanscout-sim/random.h"
-#include "tools/lanscout-sim/timepoint.h"
 
 namespace lansim {
 

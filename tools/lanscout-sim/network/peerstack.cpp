@@ -18,8 +18,9 @@ Descriptor MakePeerStack(const Subnet& network, const std::set<Ipv4>& addresses,
     device.SilenceIpv6();
     device.SetUp();
     std::size_t number = 0;
-    for (const auto address : addresses)
+    for (const auto address : addresses) {
         NetDevice(fmt::format("{}:{}", kDevice, number++)).SetAddress({address, 32});
+    }
     device.AddRoute(network);
     setUp();
     return packets;

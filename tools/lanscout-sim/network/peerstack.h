@@ -1,3 +1,4 @@
+// A TCP/IP stack of the kernel's for the simulated hosts.
 #pragma once
 
 #include <functional>

@@ -34,8 +34,9 @@ void ReadAll(int fd, Handler handler) {
     static thread_local std::array<char, kLargestFrame> buffer;
     for (int i = 0; i < kReadsAtOnce; ++i) {
         const ssize_t size = read(fd, buffer.data(), buffer.size());
-        if (size <= 0)
+        if (size <= 0) {
             return;
+        }
         handler(std::string_view(buffer.data(), static_cast<std::size_t>(size)));
     }
 }
@@ -59,8 +60,9 @@ TapNetwork::TapNetwork(const std::string& device, const Subnet& searcher,
     tap.SetUp();
     tap.AddRoute(kMulticast);
     m_peers[searcher.address] = tap.HardwareAddress();
-    for (const auto& host : hosts)
+    for (const auto& host : hosts) {
         m_hosts[host.ip] = {host.mac, host.answersArp, host.asksArp, {}};
+    }
     Watch(m_tap.Get());
 }
 
@@ -77,14 +79,16 @@ void TapNetwork::Watch(int fd) {
 
 void TapNetwork::Receive(const DatagramHandler& handler) {
     ReadAll(m_tap.Get(), [&](std::string_view frame) { Handle(frame, handler); });
-    if (m_peerStack.IsOpen())
+    if (m_peerStack.IsOpen()) {
         ReadAll(m_peerStack.Get(), [&](std::string_view packet) { PassOn(packet); });
+    }
 }
 
 void TapNetwork::Handle(std::string_view frame, const DatagramHandler& handler) {
     ++m_counts.framesHeard;
-    if (m_capture != nullptr)
+    if (m_capture != nullptr) {
         m_capture->Write(frame);
+    }
     std::visit(Overloaded{[](std::monostate) {}, [&](const ArpRequest& heard) { Handle(heard); },
                           [&](const EchoRequest& heard) { Handle(heard); },
                           [&](const TcpPacket& heard) { Handle(heard); },
@@ -95,40 +99,49 @@ void TapNetwork::Handle(std::string_view frame, const DatagramHandler& handler) 
 void TapNetwork::Handle(const ArpRequest& request) {
     ++m_counts.arpRequestsHeard;
     const auto found = m_hosts.find(request.target);
-    if (found == m_hosts.end() || !found->second.answersArp)
+    if (found == m_hosts.end() || !found->second.answersArp) {
         return;
+    }
     const auto reply =
         ArpReplyFrame({request.target, found->second.mac}, {request.senderIp, request.senderMac});
-    if (Write(reply) == SendResult::Sent)
+    if (Write(reply) == SendResult::Sent) {
         ++m_counts.arpRepliesSent;
+    }
 }
 
 void TapNetwork::Handle(const EchoRequest& request) {
     const auto found = m_hosts.find(request.to);
-    if (found == m_hosts.end())
+    if (found == m_hosts.end()) {
         return;
-    if (Write(EchoReplyFrame({request.to, found->second.mac}, request)) == SendResult::Sent)
+    }
+    if (Write(EchoReplyFrame({request.to, found->second.mac}, request)) == SendResult::Sent) {
         ++m_counts.echoRepliesSent;
+    }
 }
 
 // TCP repeats what a full queue loses, so neither direction tries again here.
 void TapNetwork::Handle(const TcpPacket& packet) {
     ++m_counts.tcpPacketsHeard;
     m_peers[packet.from] = packet.fromMac;
-    if (m_peerStack.IsOpen() && m_hosts.contains(packet.to)) [[maybe_unused]]
-        const auto size = write(m_peerStack.Get(), packet.packet.data(), packet.packet.size());
+    if (m_peerStack.IsOpen() && m_hosts.contains(packet.to)) {
+        [[maybe_unused]] const auto size =
+            write(m_peerStack.Get(), packet.packet.data(), packet.packet.size());
+    }
 }
 
 void TapNetwork::PassOn(std::string_view packet) {
     const auto ends = EndsOf(packet);
-    if (!ends)
+    if (!ends) {
         return;
+    }
     const auto host = m_hosts.find(ends->from);
     const auto peer = m_peers.find(ends->to);
-    if (host == m_hosts.end() || peer == m_peers.end())
+    if (host == m_hosts.end() || peer == m_peers.end()) {
         return;
-    if (Write(IpFrame(host->second.mac, peer->second, packet)) == SendResult::Sent)
+    }
+    if (Write(IpFrame(host->second.mac, peer->second, packet)) == SendResult::Sent) {
         ++m_counts.tcpPacketsSent;
+    }
 }
 
 void TapNetwork::Handle(const UdpFrame& frame, const DatagramHandler& handler) {
@@ -140,17 +153,20 @@ SendResult TapNetwork::Send(const Datagram& datagram) {
     const auto host = m_hosts.find(datagram.from.ip);
     const bool isToGroup = datagram.to.ip == kMulticastGroup;
     const auto peer = m_peers.find(datagram.to.ip);
-    if (host == m_hosts.end() || (!isToGroup && peer == m_peers.end()))
+    if (host == m_hosts.end() || (!isToGroup && peer == m_peers.end())) {
         return SendResult::Failed;
+    }
     if (!isToGroup) {
         const auto asked = AskForMac(host->second, datagram.from.ip, datagram.to.ip);
-        if (asked != SendResult::Sent)
+        if (asked != SendResult::Sent) {
             return asked;
+        }
     }
     const Mac& to = isToGroup ? kGroupMac : peer->second;
     for (const auto& frame : UdpFrames(host->second.mac, to, datagram, m_nextIpId++)) {
-        if (const auto sent = Write(frame); sent != SendResult::Sent)
+        if (const auto sent = Write(frame); sent != SendResult::Sent) {
             return sent;
+        }
     }
     return SendResult::Sent;
 }
@@ -161,8 +177,9 @@ SendResult TapNetwork::Send(const Datagram& datagram) {
 SendResult TapNetwork::AskForMac(Host& host, Ipv4 own, Ipv4 peer) {
     const TimePoint now = std::chrono::steady_clock::now();
     const auto asked = host.asked.find(peer);
-    if (!host.asksArp || (asked != host.asked.end() && now < asked->second + kArpLifetime))
+    if (!host.asksArp || (asked != host.asked.end() && now < asked->second + kArpLifetime)) {
         return SendResult::Sent;
+    }
     const auto sent = Write(ArpRequestFrame({own, host.mac}, peer));
     if (sent == SendResult::Sent) {
         ++m_counts.arpRequestsSent;
@@ -172,11 +189,13 @@ SendResult TapNetwork::AskForMac(Host& host, Ipv4 own, Ipv4 peer) {
 }
 
 SendResult TapNetwork::Write(std::string_view frame) {
-    if (write(m_tap.Get(), frame.data(), frame.size()) < 0)
+    if (write(m_tap.Get(), frame.data(), frame.size()) < 0) {
         return IsWorthRepeating(errno) ? SendResult::TryAgain : SendResult::Failed;
+    }
     ++m_counts.framesSent;
-    if (m_capture != nullptr)
+    if (m_capture != nullptr) {
         m_capture->Write(frame);
+    }
     return SendResult::Sent;
 }
 

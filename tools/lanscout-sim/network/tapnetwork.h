@@ -1,14 +1,15 @@
+// A network behind a tap device, in which each host has a MAC address.
 #pragma once
 
 #include <map>
 #include <vector>
 
+#include "tools/lanscout-sim/base/timepoint.h"
 #include "tools/lanscout-sim/network/capture.h"
 #include "tools/lanscout-sim/network/descriptor.h"
 #include "tools/lanscout-sim/network/frames.h"
-#include "tools/lanscout-sim/network/hosts.h"
+#include "tools/lanscout-sim/network/host.h"
 #include "tools/lanscout-sim/network/network.h"
-#include "tools/lanscout-sim/timepoint.h"
 
 namespace lansim {
 

@@ -1,3 +1,4 @@
+// Whether a Probe asks for a camera.
 #pragma once
 
 #include <string>

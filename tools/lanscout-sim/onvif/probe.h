@@ -1,3 +1,4 @@
+// Reading a searcher's WS-Discovery message.
 #pragma once
 
 #include <string>

@@ -5,8 +5,8 @@
 
 #include <cctype>
 
+#include "tools/lanscout-sim/base/xmltext.h"
 #include "tools/lanscout-sim/onvif/replyshapes.h"
-#include "tools/lanscout-sim/onvif/xmltext.h"
 
 namespace lansim {
 namespace {

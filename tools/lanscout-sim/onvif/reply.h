@@ -1,3 +1,4 @@
+// Writing a camera's answer to a Probe.
 #pragma once
 
 #include <string>

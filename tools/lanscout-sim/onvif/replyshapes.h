@@ -1,3 +1,4 @@
+// The handwriting of several makers, as templates.
 #pragma once
 
 #include <array>

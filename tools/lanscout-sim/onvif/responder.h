@@ -1,3 +1,4 @@
+// The cameras' side of WS-Discovery.
 #pragma once
 
 #include <chrono>
@@ -5,10 +6,10 @@
 #include <memory>
 #include <vector>
 
+#include "tools/lanscout-sim/base/random.h"
 #include "tools/lanscout-sim/network/outbox.h"
 #include "tools/lanscout-sim/onvif/camera.h"
 #include "tools/lanscout-sim/onvif/probe.h"
-#include "tools/lanscout-sim/random.h"
 
 namespace lansim {
 

@@ -13,7 +13,7 @@
 #include <iterator>
 #include <string_view>
 
-#include "tools/lanscout-sim/setuperror.h"
+#include "tools/lanscout-sim/base/setuperror.h"
 
 namespace lansim {
 namespace {

@@ -1,3 +1,4 @@
+// The HTTP server of the UPnP devices' descriptions.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +10,7 @@
 #include "tools/lanscout-sim/network/descriptor.h"
 #include "tools/lanscout-sim/network/network.h"
 #include "tools/lanscout-sim/network/outbox.h"
-#include "tools/lanscout-sim/onvif/rawanswer.h"
+#include "tools/lanscout-sim/upnp/rawanswer.h"
 #include "tools/lanscout-sim/upnp/upnpdevice.h"
 
 struct MHD_Daemon;

@@ -1,3 +1,4 @@
+// SSDP messages: reading a search, writing answers and notices.
 #pragma once
 
 #include <optional>

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "tools/lanscout-sim/onvif/xmltext.h"
+#include "tools/lanscout-sim/base/xmltext.h"
 
 namespace lansim {
 namespace {

@@ -1,11 +1,12 @@
+// One simulated UPnP root device.
 #pragma once
 
 #include <set>
 #include <string>
 #include <vector>
 
+#include "tools/lanscout-sim/base/misbehaviour.h"
 #include "tools/lanscout-sim/network/address.h"
-#include "tools/lanscout-sim/onvif/misbehaviour.h"
 
 namespace lansim {
 

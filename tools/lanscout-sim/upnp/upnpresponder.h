@@ -1,11 +1,12 @@
+// The UPnP devices' side of SSDP.
 #pragma once
 
 #include <chrono>
 #include <optional>
 #include <vector>
 
+#include "tools/lanscout-sim/base/random.h"
 #include "tools/lanscout-sim/network/outbox.h"
-#include "tools/lanscout-sim/random.h"
 #include "tools/lanscout-sim/upnp/ssdp.h"
 #include "tools/lanscout-sim/upnp/upnpdevice.h"
 

@@ -4,7 +4,7 @@
 #include <signal.h>
 #include <sys/wait.h>
 
-#include "tools/lanscout-sim/setuperror.h"
+#include "tools/lanscout-sim/base/setuperror.h"
 
 using lansim::Command;
 using ::testing::HasSubstr;

@@ -93,8 +93,9 @@ TEST(SimOptions, HelpHasExamplesAndEveryMisbehaviour) {
     EXPECT_EQ(parsed.exitStatus, 0);
     EXPECT_THAT(help, HasSubstr("Usage: lanscout-sim [OPTION]... [-- COMMAND ARG...]"));
     EXPECT_THAT(help, HasSubstr("ip netns exec lab"));
-    for (const auto& entry : lansim::MisbehaviourNames())
+    for (const auto& entry : lansim::MisbehaviourNames()) {
         EXPECT_THAT(help, HasSubstr(std::string(entry.name) + " "));
+    }
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 #include <set>
 
-#include "tools/lanscout-sim/onvif/misbehaviour.h"
+#include "tools/lanscout-sim/base/misbehaviour.h"
 
 using lansim::Camera;
 using lansim::MakePopulation;
@@ -87,8 +87,9 @@ TEST(SimPopulation, SharesAreExactAndFallOnDifferentCameras) {
     const auto cameras = MakeCameras(request);
     EXPECT_EQ(CountOf(cameras, Misbehaviour::NotXml), 10U);
     EXPECT_EQ(CountOf(cameras, Misbehaviour::NoArp), 25U);
-    for (const auto& camera : cameras)
+    for (const auto& camera : cameras) {
         EXPECT_LE(camera.misbehaviours.size(), 1U);
+    }
 }
 
 TEST(SimPopulation, SmallestShareIsOneCamera) {
@@ -141,8 +142,9 @@ TEST(SimPopulation, EveryOtherUpnpDeviceIsACameraThatBehaves) {
     std::size_t shared = 0;
     for (const auto& device : population.upnpDevices) {
         const auto camera = std::ranges::find(population.cameras, device.ip, &Camera::ip);
-        if (camera == population.cameras.end())
+        if (camera == population.cameras.end()) {
             continue;
+        }
         ++shared;
         EXPECT_EQ(device.mac, camera->mac);
         EXPECT_EQ(device.name, camera->name);
@@ -179,8 +181,9 @@ TEST(SimMisbehaviour, ShareIsAFractionOrAPercentage) {
 TEST(SimMisbehaviour, WrongSharesAreExplained) {
     EXPECT_THAT(lansim::ParseMisbehaviourShare("odd=1").error, HasSubstr("names no misbehaviour"));
     EXPECT_THAT(lansim::ParseMisbehaviourShare("no-arp").error, HasSubstr("lacks its share"));
-    for (const char* text : {"no-arp=", "no-arp=2", "no-arp=-1", "no-arp=nan", "no-arp=5%x"})
+    for (const char* text : {"no-arp=", "no-arp=2", "no-arp=-1", "no-arp=nan", "no-arp=5%x"}) {
         EXPECT_THAT(lansim::ParseMisbehaviourShare(text).error, HasSubstr("is not 0 to 1"));
+    }
 }
 
 TEST(SimMisbehaviour, EveryKindIsFoundByItsName) {

@@ -6,8 +6,8 @@
 
 #include <filesystem>
 
+#include "tools/lanscout-sim/hosts.h"
 #include "tools/lanscout-sim/network/capture.h"
-#include "tools/lanscout-sim/network/hosts.h"
 
 using lansim::Misbehaviour;
 using lansim::Population;

@@ -23,8 +23,9 @@ constexpr Ipv4 kCameraIp{0x0A63000A};
 
 std::string Hex(const std::string& bytes) {
     std::string text;
-    for (const char c : bytes)
+    for (const char c : bytes) {
         text += "0123456789abcdef"[(c >> 4) & 15], text += "0123456789abcdef"[c & 15];
+    }
     return text;
 }
 
@@ -32,11 +33,13 @@ std::string FromHex(std::string_view hex) {
     std::string bytes;
     std::string digits;
     for (const char c : hex) {
-        if (c != ' ')
+        if (c != ' ') {
             digits += c;
+        }
     }
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
         bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    }
     return bytes;
 }
 
@@ -162,9 +165,10 @@ TEST(SimFrames, IpPacketTellsItsEndsAndTravelsUnchanged) {
 }
 
 TEST(SimFrames, OddFramesMeanNothing) {
-    for (std::size_t size = 0; size < kArpRequest.size(); ++size)
+    for (std::size_t size = 0; size < kArpRequest.size(); ++size) {
         EXPECT_TRUE(std::holds_alternative<std::monostate>(ReadFrame(kArpRequest.substr(0, size))))
             << size << " bytes";
+    }
     EXPECT_TRUE(std::holds_alternative<std::monostate>(ReadFrame(std::string(60, '\xFF'))));
 }
 

@@ -5,7 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "tools/lanscout-sim/setuperror.h"
+#include "tools/lanscout-sim/base/setuperror.h"
 
 using lansim::Datagram;
 using lansim::Descriptor;
@@ -61,8 +61,9 @@ Datagram Await(LoopbackNetwork& network, const std::string& text) {
     pollfd ready{network.Descriptor(), POLLIN, 0};
     while (found.payload != text && poll(&ready, 1, 5000) == 1) {
         network.Receive([&](const Datagram& datagram) {
-            if (datagram.payload == text)
+            if (datagram.payload == text) {
                 found = datagram;
+            }
         });
     }
     return found;

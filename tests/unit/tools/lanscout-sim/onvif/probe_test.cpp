@@ -109,8 +109,9 @@ TEST(SimProbe, DoctypeIsRefusedBeforeItsDeclarationsAreRead) {
 TEST(SimProbe, DoctypeIsRefusedInUtf16Too) {
     const std::string text = "<!DOCTYPE x [<!ENTITY a 'b'>]><x/>";
     std::string bytes = "\xFF\xFE";
-    for (const char c : text)
+    for (const char c : text) {
         bytes += std::string{c, '\0'};
+    }
     EXPECT_EQ(Refusal(bytes), "doctype");
 }
 
@@ -131,8 +132,9 @@ TEST(SimProbe, LongestProbeIs16384Bytes) {
 
 TEST(SimProbe, DeepNestingIsRefusedWithoutHarm) {
     std::string deep;
-    for (int i = 0; i < 5000; ++i)
+    for (int i = 0; i < 5000; ++i) {
         deep += "<a>";
+    }
     EXPECT_EQ(Refusal(deep), "notXml");
 }
 

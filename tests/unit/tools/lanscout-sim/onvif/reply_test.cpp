@@ -44,8 +44,9 @@ std::string At(const std::string& reply, const std::string& xpath) {
         xmlReadMemory(reply.data(), static_cast<int>(reply.size()), nullptr, nullptr,
                       XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
         xmlFreeDoc);
-    if (!document)
+    if (!document) {
         return "no XML";
+    }
     const std::unique_ptr<xmlXPathContext, decltype(&xmlXPathFreeContext)> context(
         xmlXPathNewContext(document.get()), xmlXPathFreeContext);
     const auto add = [&](const char* prefix, std::string_view uri) {

@@ -27,8 +27,9 @@ public:
     int Descriptor() const override { return -1; }
     void Receive(const lansim::DatagramHandler&) override {}
     SendResult Send(const Datagram& datagram) override {
-        if (m_nextResult == SendResult::Sent)
+        if (m_nextResult == SendResult::Sent) {
             m_sent.push_back(datagram);
+        }
         return m_nextResult;
     }
 
@@ -46,8 +47,9 @@ std::string ProbeText() {
 
 std::vector<Camera> Cameras(std::size_t count) {
     std::vector<Camera> cameras(count);
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t i = 0; i < count; ++i) {
         cameras[i].ip = Ipv4{0x0A63000A + static_cast<std::uint32_t>(i)};
+    }
     return cameras;
 }
 
@@ -107,8 +109,9 @@ TEST_F(SimResponder, SameSeedRepeatsTheRunAndAnotherDoesNot) {
         responder.OnDatagram({kSearcher, kGroup, ProbeText()}, kStart);
         outbox.SendDue(kStart + milliseconds(500), network);
         std::string all;
-        for (const auto& datagram : network.m_sent)
+        for (const auto& datagram : network.m_sent) {
             all += ToText(datagram.from.ip) + datagram.payload;
+        }
         return all;
     };
     EXPECT_EQ(run(1), run(1));

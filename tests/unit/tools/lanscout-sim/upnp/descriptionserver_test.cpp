@@ -6,7 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "tools/lanscout-sim/setuperror.h"
+#include "tools/lanscout-sim/base/setuperror.h"
 
 using lansim::DescriptionServer;
 using lansim::Descriptor;
@@ -68,10 +68,12 @@ protected:
                 m_lastError = size < 0 ? errno : 0;
                 return received;
             }
-            if (size > 0)
+            if (size > 0) {
                 received.append(buffer.data(), static_cast<std::size_t>(size));
-            if (!awaited.empty() && received.find(awaited) != std::string::npos)
+            }
+            if (!awaited.empty() && received.find(awaited) != std::string::npos) {
                 return received;
+            }
         }
         return received;
     }

@@ -111,8 +111,9 @@ TEST_F(SimUpnpResponder, FloodAnswersWith200DistinctLocations) {
     Search(responder);
     Search(responder);
     std::set<std::string> payloads;
-    for (const auto& datagram : m_network.m_sent)
+    for (const auto& datagram : m_network.m_sent) {
         payloads.insert(datagram.payload);
+    }
     EXPECT_THAT(payloads, SizeIs(400));
 }
 

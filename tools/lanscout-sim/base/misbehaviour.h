@@ -1,3 +1,4 @@
+// The ways in which a device can misbehave: their names, meanings, and shares of a population.
 #pragma once
 
 #include <optional>

@@ -1,3 +1,4 @@
+// The clock that everything in a run is timed by.
 #pragma once
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// The error of a run that cannot be set up as its user asked.
 #pragma once
 
 #include <stdexcept>

@@ -1,4 +1,4 @@
-#include "tools/lanscout-sim/onvif/misbehaviour.h"
+#include "tools/lanscout-sim/base/misbehaviour.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "tools/lanscout-sim/setuperror.h"
+#include "tools/lanscout-sim/base/setuperror.h"
 
 #include <fmt/format.h>
 

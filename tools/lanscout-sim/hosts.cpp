@@ -1,4 +1,4 @@
-#include "tools/lanscout-sim/network/hosts.h"
+#include "tools/lanscout-sim/hosts.h"
 
 #include <map>
 
@@ -24,8 +24,9 @@ std::vector<SimulatedHost> HostsOf(const Population& population) {
     }
     std::vector<SimulatedHost> list;
     list.reserve(hosts.size());
-    for (auto& [ip, host] : hosts)
+    for (auto& [ip, host] : hosts) {
         list.push_back(host);
+    }
     return list;
 }
 

@@ -1,3 +1,4 @@
+// Texts as they stand in an XML document.
 #pragma once
 
 #include <string>

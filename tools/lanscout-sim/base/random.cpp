@@ -1,4 +1,4 @@
-#include "tools/lanscout-sim/random.h"
+#include "tools/lanscout-sim/base/random.h"
 
 #include <fmt/format.h>
 

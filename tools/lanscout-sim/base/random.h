@@ -1,3 +1,4 @@
+// Chance that a seed repeats on every machine.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "tools/lanscout-sim/onvif/rawanswer.h"
+#include "tools/lanscout-sim/upnp/rawanswer.h"
 
 #include <fmt/format.h>
 #include <sys/socket.h>
@@ -33,12 +33,15 @@ RawAnswer::RawAnswer(lansim::Descriptor connection, const UpnpDevice& device)
     : m_connection(std::move(connection)), m_device(device) {}
 
 bool RawAnswer::Run(TimePoint now) {
-    if (!ReadRequest())
+    if (!ReadRequest()) {
         return false;
-    if (!m_isAnswering && m_request.find("\r\n\r\n") == std::string::npos)
+    }
+    if (!m_isAnswering && m_request.find("\r\n\r\n") == std::string::npos) {
         return true;
-    if (!m_isAnswering)
+    }
+    if (!m_isAnswering) {
         Prepare(now);
+    }
     return Dribble(now);
 }
 
@@ -46,10 +49,12 @@ bool RawAnswer::ReadRequest() {
     std::array<char, 1024> buffer{};
     const ssize_t size =
         recv(m_connection.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (size == 0 || (size < 0 && errno != EAGAIN))
+    if (size == 0 || (size < 0 && errno != EAGAIN)) {
         return false;
-    if (size > 0)
+    }
+    if (size > 0) {
         m_request.append(buffer.data(), static_cast<std::size_t>(size));
+    }
     return m_request.size() <= kLongestRequest;
 }
 
@@ -70,10 +75,12 @@ void RawAnswer::Prepare(TimePoint now) {
 }
 
 bool RawAnswer::Dribble(TimePoint now) {
-    if (m_rest.empty())
+    if (m_rest.empty()) {
         return false;
-    if (now < *m_nextDue)
+    }
+    if (now < *m_nextDue) {
         return true;
+    }
     m_nextDue = now + kDribblePause;
     const bool isSent = Send(m_rest.substr(0, 1));
     m_rest.erase(0, 1);

@@ -1,3 +1,4 @@
+// HTTP answers that break HTTP.
 #pragma once
 
 #include <optional>

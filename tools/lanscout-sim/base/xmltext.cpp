@@ -1,4 +1,4 @@
-#include "tools/lanscout-sim/onvif/xmltext.h"
+#include "tools/lanscout-sim/base/xmltext.h"
 
 namespace lansim {
 

@@ -1,0 +1,13 @@
+// The hosts that a run's devices stand on, as the network wants to know them.
+#pragma once
+
+#include <vector>
+
+#include "tools/lanscout-sim/network/host.h"
+#include "tools/lanscout-sim/population.h"
+
+namespace lansim {
+
+std::vector<SimulatedHost> HostsOf(const Population& population);
+
+}  // namespace lansim
