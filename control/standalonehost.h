@@ -4,20 +4,40 @@
 // Threads: every operation may be called by any thread at any time, unless it says otherwise.
 #pragma once
 
-#include <cstddef>
+#include <string_view>
 
 #include "host/zellog.h"
 
 namespace StandaloneHost {
 
-// Receives one whole log line, `length` bytes ending in '\n', without control characters or escape
-// sequences inside. Called on the thread that logs, possibly on several at once; must not throw.
-// A line that is logged from inside a sink goes to standard error.
-using LogSink = void (*)(const char* line, std::size_t length, void* cookie);
+// One log call. The texts are valid until the sink returns; what is kept must be copied.
+struct LogRecord {
+    // How grave it is: 0 when the caller's level is none of LOG_LEVEL's.
+    LOG_LEVEL level{};
 
-// Sends log lines to `sink` from now on; a null `sink` sends them to standard error again (the
-// default). When it returns, no thread is inside the former sink any more; so a sink must not call
-// it.
+    // What the program itself wrote into the call: nothing in it came from the network, so it can
+    // be compared to decide what happened. `format` is the printf format, its '\n' included. A null
+    // category or function is "?".
+    std::string_view category;
+    std::string_view function;
+    std::string_view format;
+
+    // The message, formatted, without a line end. It may quote what a stranger sent, so nothing
+    // should be decided by it. Control characters and escape sequences are made visible.
+    std::string_view text;
+
+    // The whole line as standard error would get it, with time, level, category and place, ending
+    // in '\n'. Made safe as `text` is.
+    std::string_view line;
+};
+
+// Receives one log call. Called on the thread that logs, possibly on several at once; must not
+// throw. What is logged from inside a sink goes to standard error.
+using LogSink = void (*)(const LogRecord& record, void* cookie);
+
+// Sends log calls to `sink` from now on; a null `sink` sends their lines to standard error again
+// (the default). When it returns, no thread is inside the former sink any more; so a sink must not
+// call it. `cookie` is handed to the sink as it is and must outlive it.
 void SetLogSink(LogSink sink, void* cookie);
 
 // Attaches this process's in-memory configuration record (g_pDbgLogCfg), with every category at

@@ -87,8 +87,9 @@ bool IsSafeLine(std::string_view line) {
     return line.back() == '\n';
 }
 
-void TakeLine(const char* line, std::size_t length, void*) {
-    Check(length > 0 && IsSafeLine({line, length}), "a log line has no control characters");
+void TakeRecord(const StandaloneHost::LogRecord& record, void*) {
+    Check(!record.line.empty() && IsSafeLine(record.line), "a log line has no control characters");
+    Check(record.line.ends_with(std::string(record.text) + "\n"), "the line ends with the text");
 }
 
 void CheckRecord(const ONVIF_CAM_SEARCH_INFO& camera, const std::string& ip) {
@@ -111,7 +112,7 @@ void CheckRecords(Search& search, const std::vector<std::string>& senders) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    StandaloneHost::SetLogSink(TakeLine, nullptr);
+    StandaloneHost::SetLogSink(TakeRecord, nullptr);
     StandaloneHost::AttachLogConfig();
     StandaloneHost::SetCategoryLevel(LOG_CATEG_DISCOVERY, LOG_LEVEL_INFO);
     return 0;

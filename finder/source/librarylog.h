@@ -9,7 +9,4 @@ namespace Lanscout {
 // must outlive the process's searches.
 void SendLibraryLog(Sender& sender);
 
-// The level that a line of the stand-alone host's printer names; 0 when it names none.
-int LevelOfLine(std::string_view line);
-
 }  // namespace Lanscout

@@ -11,8 +11,6 @@
 #include <memory>
 #include <mutex>
 
-#include "host/standalone/seam.h"
-
 namespace {
 
 // A standard error that does not block and is full is given this long, then the line is dropped: a
@@ -20,7 +18,7 @@ namespace {
 constexpr int kFullOutputWaitMs = 200;
 
 struct Sink {
-    StandaloneHost::LogSink pfnLine = nullptr;
+    StandaloneHost::LogSink pfnRecord = nullptr;
     void* pCookie = nullptr;
 };
 
@@ -90,20 +88,20 @@ void WriteToStandardError(std::string_view line) {
     }
 }
 
-bool WriteToSink(std::string_view line) {
-    // A line that the sink itself logs would wait for its own lock: it goes to standard error.
+bool WriteToSink(const StandaloneHost::LogRecord& record) {
+    // What the sink itself logs would wait for its own lock: it goes to standard error.
     if (t_bInSink || !g_bSink.load(std::memory_order_acquire)) {
         return false;
     }
     pthread_rwlock_rdlock(&g_sinkLock);
     const Sink sink = g_sink;
-    if (sink.pfnLine != nullptr) {
+    if (sink.pfnRecord != nullptr) {
         t_bInSink = true;
-        sink.pfnLine(line.data(), line.size(), sink.pCookie);
+        sink.pfnRecord(record, sink.pCookie);
         t_bInSink = false;
     }
     pthread_rwlock_unlock(&g_sinkLock);
-    return sink.pfnLine != nullptr;
+    return sink.pfnRecord != nullptr;
 }
 
 // A child that the host forks while other threads log must be able to log too, and those threads
@@ -138,9 +136,9 @@ void InForkedChild() {
 
 }  // namespace
 
-void WriteLogLine(std::string_view line) {
-    if (!WriteToSink(line)) {
-        WriteToStandardError(line);
+void WriteLogRecord(const StandaloneHost::LogRecord& record) {
+    if (!WriteToSink(record)) {
+        WriteToStandardError(record.line);
     }
 }
 

@@ -1,7 +1,7 @@
 // Where finished log lines go.
 #pragma once
 
-#include <string_view>
+#include "host/standalone/seam.h"
 
-// Hands one whole line, '\n' included, to the sink or else to standard error.
-void WriteLogLine(std::string_view line);
+// Hands one log call to the sink, or else its line to standard error.
+void WriteLogRecord(const StandaloneHost::LogRecord& record);

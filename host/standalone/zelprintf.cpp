@@ -10,6 +10,7 @@
 #include <new>
 #include <string_view>
 
+#include "host/standalone/logenums.h"
 #include "host/standalone/logoutput.h"
 #include "host/standalone/logtext.h"
 #include "host/standalone/seam.h"
@@ -105,11 +106,18 @@ void ZelPrintf(LOG_TYPE /*type*/, const char* category, const char* level, const
     line.Append(" ");
     AppendPlace(line, file, number, function);
     line.Append(": ");
+    const std::size_t messageAt = line.View().size();
     va_list arguments;
     va_start(arguments, format);
     AppendFormatted(line, format, arguments);
     va_end(arguments);
     line.EndLine();
-    WriteLogLine(line.View());
+    const std::string_view whole = line.View();
+    WriteLogRecord({.level = LevelOfText(TextOf(level)),
+                    .category = TextOf(category),
+                    .function = TextOf(function),
+                    .format = TextOf(format),
+                    .text = whole.substr(messageAt, whole.size() - messageAt - 1),
+                    .line = whole});
     errno = callersErrno;
 }

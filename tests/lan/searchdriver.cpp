@@ -35,8 +35,8 @@ struct Options {
     int level = LOG_LEVEL_INFO;
 };
 
-void PrintLogLine(const char* line, std::size_t length, void* /*cookie*/) {
-    Print({{"event", "log"}, {"text", std::string_view(line, length)}});
+void PrintLogLine(const StandaloneHost::LogRecord& record, void* /*cookie*/) {
+    Print({{"event", "log"}, {"text", record.line}});
 }
 
 // Of this program alone: what getrusage tells includes the process that started it.

@@ -7,8 +7,8 @@
 
 namespace {
 
-void ToStandardOutput(const char* line, std::size_t length, void*) {
-    std::fwrite(line, 1, length, stdout);
+void ToStandardOutput(const StandaloneHost::LogRecord& record, void*) {
+    std::fwrite(record.line.data(), 1, record.line.size(), stdout);
 }
 
 }  // namespace

@@ -292,7 +292,7 @@ void LogLine(int number) {
     ZelPrintf(LOG_TYPE{}, "category", "level", "file", number, "function", "line %d\n", number);
 }
 
-void IgnoreLine(const char*, std::size_t, void*) {}
+void IgnoreLine(const StandaloneHost::LogRecord&, void*) {}
 
 // Threads that log all the while, as those of a server with many searches do.
 class LoggingThreads {
@@ -350,7 +350,7 @@ TEST_F(ProcessFault, ChildrenOfAProcessThatLogsToASinkCanLogAndSetTheirOwn) {
     StandaloneHost::SetLogSink(nullptr, nullptr);
 }
 
-void ForkInSink(const char*, std::size_t, void* status) {
+void ForkInSink(const StandaloneHost::LogRecord&, void* status) {
     const pid_t pid = fork();
     if (pid == 0) {
         alarm(20);

@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include "finder/source/librarylog.h"
-
 using namespace Lanscout;
 using testing::HasSubstr;
 
@@ -62,11 +60,4 @@ TEST(Explain, WhatConcernsOneDeviceIsNoProblemOfTheSearch) {
 TEST(Explain, TextsOfTheSystemCannotReachTheTerminalRaw) {
     EXPECT_THAT(ProblemText({Problem::Weight::Error, {"e\x1b[2J", ""}, "", "bad", ""}),
                 HasSubstr("e\\x1b[2J: bad"));
-}
-
-TEST(LevelOfLine, FirstLevelWordCounts) {
-    EXPECT_EQ(LevelOfLine("2026-11-21T01:58:25 NOTICE discovery a:1 F: no ERROR here"), 3);
-    EXPECT_EQ(LevelOfLine("2026-11-21T01:58:25 INFO discovery a:1 F: Camera found"), 4);
-    EXPECT_EQ(LevelOfLine("2026-11-21T01:58:25 ERROR discovery a:1 F: x"), 1);
-    EXPECT_EQ(LevelOfLine("something else"), 0);
 }

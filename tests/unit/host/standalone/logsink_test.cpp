@@ -27,10 +27,25 @@ struct Lines {
     std::vector<std::string> vecLine;
 };
 
-void Collect(const char* line, std::size_t length, void* cookie) {
+void Collect(const StandaloneHost::LogRecord& record, void* cookie) {
     auto& lines = *static_cast<Lines*>(cookie);
     const std::lock_guard lock(lines.mutex);
-    lines.vecLine.emplace_back(line, length);
+    lines.vecLine.emplace_back(record.line);
+}
+
+// A record's texts, kept beyond the call.
+struct Kept {
+    LOG_LEVEL level = LOG_LEVEL_ERROR;
+    std::string category, function, format, text, line;
+};
+
+void Keep(const StandaloneHost::LogRecord& record, void* cookie) {
+    *static_cast<Kept*>(cookie) = {record.level,
+                                   std::string(record.category),
+                                   std::string(record.function),
+                                   std::string(record.format),
+                                   std::string(record.text),
+                                   std::string(record.line)};
 }
 
 class LogSinkTest : public ::testing::Test {
@@ -52,6 +67,69 @@ TEST_F(LogSinkTest, SinkGetsNoControlCharacterButTheLineBreak) {
     StandaloneHost::SetLogSink(&Collect, &lines);
     Print("\x1b[31m\n\x9b");
     EXPECT_THAT(lines.vecLine, ElementsAre(EndsWith(": \\x1b[31m\\n\\x9b\n")));
+}
+
+TEST_F(LogSinkTest, RecordHasThePartsOfTheCall) {
+    Kept kept;
+    StandaloneHost::SetLogSink(&Keep, &kept);
+    Print("a message");
+    EXPECT_EQ(kept.level, LOG_LEVEL_NOTICE);
+    EXPECT_EQ(kept.category, "discovery");
+    EXPECT_EQ(kept.function, "Function");
+    EXPECT_EQ(kept.format, "%s\n");
+    EXPECT_EQ(kept.text, "a message");
+}
+
+TEST_F(LogSinkTest, RecordOfEachLevelHasItsNumber) {
+    Kept kept;
+    StandaloneHost::SetLogSink(&Keep, &kept);
+    for (const auto& [level, text] : ZelEnum2StrMap<LOG_LEVEL>()) {
+        ZelPrintf(LOG_TYPE_DEFAULT, "c", text, "f", 1, "F", "x\n");
+        EXPECT_EQ(kept.level, level) << text;
+    }
+}
+
+TEST_F(LogSinkTest, RecordOfAnUnknownLevelHasZero) {
+    Kept kept;
+    StandaloneHost::SetLogSink(&Keep, &kept);
+    ZelPrintf(LOG_TYPE_DEFAULT, "c", "unknown", "f", 1, "F", "x\n");
+    EXPECT_EQ(kept.level, 0);
+    EXPECT_EQ(kept.text, "x");
+}
+
+TEST_F(LogSinkTest, RecordOfACallWithNullTextsHasQuestionMarks) {
+    Kept kept;
+    StandaloneHost::SetLogSink(&Keep, &kept);
+    ZelPrintf(LOG_TYPE_DEFAULT, nullptr, nullptr, nullptr, 1, nullptr, "x\n");
+    EXPECT_EQ(kept.level, 0);
+    EXPECT_EQ(kept.category, "?");
+    EXPECT_EQ(kept.function, "?");
+}
+
+TEST_F(LogSinkTest, TextThatQuotesALogLineChangesNothingButTheText) {
+    Kept kept;
+    StandaloneHost::SetLogSink(&Keep, &kept);
+    Print("ERROR discovery utils/file:1 Other: Send probe message failed. [101]");
+    EXPECT_EQ(kept.level, LOG_LEVEL_NOTICE);
+    EXPECT_EQ(kept.function, "Function");
+    EXPECT_EQ(kept.format, "%s\n");
+}
+
+TEST_F(LogSinkTest, TextIsTheEndOfTheLineAndMadeSafe) {
+    Kept kept;
+    StandaloneHost::SetLogSink(&Keep, &kept);
+    Print("one\ntwo\x1b[2J");
+    EXPECT_EQ(kept.text, "one\\ntwo\\x1b[2J");
+    EXPECT_THAT(kept.line, EndsWith(": " + kept.text + "\n"));
+}
+
+TEST_F(LogSinkTest, MessageWithoutALineEndLosesNothing) {
+    Kept kept;
+    StandaloneHost::SetLogSink(&Keep, &kept);
+    ZelPrintf(LOG_TYPE_DEFAULT, "c", "INFO", "f", 1, "F", "%s", "");
+    EXPECT_EQ(kept.text, "");
+    ZelPrintf(LOG_TYPE_DEFAULT, "c", "INFO", "f", 1, "F", "%d%%", 5);
+    EXPECT_EQ(kept.text, "5%");
 }
 
 TEST_F(LogSinkTest, NullSinkMeansStandardErrorAgain) {
@@ -78,7 +156,7 @@ TEST_F(LogSinkTest, LineThatTheSinkLogsGoesToStandardError) {
     CapturedStderr captured;
     int calls = 0;
     StandaloneHost::SetLogSink(
-        [](const char*, std::size_t, void* cookie) {
+        [](const StandaloneHost::LogRecord&, void* cookie) {
             ++*static_cast<int*>(cookie);
             Print("from inside");
         },
@@ -97,7 +175,7 @@ struct Occupied {
 };
 
 // Stays inside until SetLogSink has returned, which it must not do, or 100 ms have passed.
-void StayInside(const char* /*line*/, std::size_t /*length*/, void* cookie) {
+void StayInside(const StandaloneHost::LogRecord& /*record*/, void* cookie) {
     auto& occupied = *static_cast<Occupied*>(cookie);
     occupied.bEntered = true;
     const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
