@@ -1,5 +1,6 @@
-// How a program steers the stand-alone host (liblanscout-host.so): where log lines go and which
-// are printed. A program that runs inside a server has the server's own means instead.
+// How a program steers the stand-alone host (liblanscout-host.so): where log lines go, which are
+// printed, and who runs programs. A program that runs inside a server has the server's own means
+// instead.
 //
 // Threads: every operation may be called by any thread at any time, unless it says otherwise.
 #pragma once
@@ -62,5 +63,22 @@ bool AddProcessLevel(int pid, int level);
 
 // Removes every process entry.
 void ClearProcessLevels();
+
+// Runs a program in the host's place and waits until it has ended. `arguments` is the program's
+// argument list, its own path first, closed by a null pointer; it is valid until the runner
+// returns. Returns 0 on success and anything else on failure. Called on the discovery threads of
+// all searches, possibly on several at once; the search waits for it. Must not throw.
+using ProcessRunner = int (*)(const char* path, const char* const* arguments);
+
+// From now on the host starts no program itself: every one goes to `runner`. A null `runner` makes
+// the host start them again (the default). A program that was begun before is not interrupted, so
+// the former runner may still be inside when this returns.
+//
+// The library runs one program only: arping, for a camera whose MAC address the kernel does not
+// know. A process that may not start programs, or that finds MAC addresses by other means, sets a
+// runner that refuses; such a camera is then listed at once, with "N/A" for its MAC address:
+//
+//     StandaloneHost::SetProcessRunner([](const char*, const char* const*) { return -1; });
+void SetProcessRunner(ProcessRunner runner);
 
 }  // namespace StandaloneHost

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdarg>
@@ -29,6 +30,8 @@ constexpr int kNotRun = -1;
 // A killed program is gone at once, unless it is stuck in the kernel, for which there is no remedy
 // but not to wait.
 constexpr milliseconds kKilledLimit{1000};
+
+std::atomic<StandaloneHost::ProcessRunner> g_runner = nullptr;  // null: RunProgram
 
 class SpawnActions {
 public:
@@ -174,7 +177,16 @@ private:
     int m_fd;
 };
 
+int Run(const char* path, char* const* arguments) {
+    const StandaloneHost::ProcessRunner runner = g_runner.load(std::memory_order_acquire);
+    return runner == nullptr ? RunProgram(path, arguments, kRunLimit) : runner(path, arguments);
+}
+
 }  // namespace
+
+void StandaloneHost::SetProcessRunner(ProcessRunner runner) {
+    g_runner.store(runner, std::memory_order_release);
+}
 
 int RunProgram(const char* path, char* const* arguments, milliseconds limit) {
     const pid_t pid = Spawn(path, arguments);
@@ -205,7 +217,7 @@ int KarnExecl(const char* path, [[maybe_unused]] int options, ...) {
             // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start is not understood here
             arguments.push_back(va_arg(list, char*));
         } while (arguments.back() != nullptr);
-        result = RunProgram(path, arguments.data(), kRunLimit);
+        result = Run(path, arguments.data());
     } catch (const std::exception&) {
         result = kNotRun;
     }

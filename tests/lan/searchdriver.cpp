@@ -33,6 +33,7 @@ struct Options {
     int objects = 1;
     int pollers = 0;
     int level = LOG_LEVEL_INFO;
+    bool startsNoProgram = false;
 };
 
 void PrintLogLine(const StandaloneHost::LogRecord& record, void* /*cookie*/) {
@@ -200,6 +201,9 @@ void Run(const Options& options) {
     StandaloneHost::SetLogSink(PrintLogLine, nullptr);
     StandaloneHost::AttachLogConfig();
     StandaloneHost::SetCategoryLevel(LOG_CATEG_DISCOVERY, options.level);
+    if (options.startsNoProgram) {
+        StandaloneHost::SetProcessRunner([](const char*, const char* const*) { return -1; });
+    }
     PrintLeft("before");
     std::vector<std::unique_ptr<WSDiscoveryBase>> searches;
     for (int i = 0; i < options.objects; ++i) {
@@ -224,6 +228,7 @@ int main(int argc, char** argv) try {
     app.add_option("--objects", options.objects, "objects on the one address, at once");
     app.add_option("--pollers", options.pollers, "threads that read results all the while");
     app.add_option("--level", options.level, "most detailed log level");
+    app.add_option("--starts-no-program", options.startsNoProgram, "true: arping is refused");
     CLI11_PARSE(app, argc, argv);
     Run(options);
     return 0;

@@ -14,7 +14,7 @@ class Search:
         self._limit = seconds
         command = [*prefix, program(driver), address, "--seconds", seconds]
         for name, value in options.items():
-            command += [f"--{name}", value]
+            command += [f"--{name.replace('_', '-')}", value]
         self.process = host.start(*command)
 
     def wait_for_event(self, name, seconds=30):

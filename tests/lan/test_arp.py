@@ -28,10 +28,10 @@ def answers_no_arp(hosts):
     hosts[1].sysctl("net.ipv4.conf.all.arp_ignore", 8)
 
 
-def search_counted(network, hosts, cameras=(CAMERA,), seconds=1):
+def search_counted(network, hosts, cameras=(CAMERA,), seconds=1, **options):
     arping = CountedArping(network)
     with Responder(hosts[1], "eth0", cameras, lambda probe: [reply(probe)]):
-        result = search(hosts[0], SEARCHER, seconds, prefix=arping.prefix)
+        result = search(hosts[0], SEARCHER, seconds, prefix=arping.prefix, **options)
     assert sorted(result.addresses) == sorted(cameras)
     return result, arping.runs
 
@@ -96,3 +96,11 @@ def test_entry_that_failed_runs_no_arping(network, hosts):
     assert result.cameras[0]["mac"] == "N/A"
     assert runs == []
     assert result.duration < 5
+
+
+def test_program_that_refuses_to_run_arping_lists_the_camera_without_it(network, hosts):
+    knows_the_searcher(hosts)
+    result, runs = search_counted(network, hosts, starts_no_program="true")
+    assert result.cameras[0]["mac"] == "N/A"
+    assert result.logged("Failed to update arp table.")
+    assert runs == []

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "control/standalonehost.h"
 #include "host/karnexec.h"
 #include "host/standalone/karnexecl.h"
 
@@ -55,6 +56,8 @@ int __wrap_kill(pid_t pid, int number) {
 namespace {
 
 using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
 constexpr int kOptions = 0xBB;
@@ -83,6 +86,7 @@ std::size_t OpenDescriptors() {
 class KarnExecTest : public ::testing::Test {
 protected:
     void TearDown() override {
+        StandaloneHost::SetProcessRunner(nullptr);
         signal(SIGCHLD, SIG_DFL);
         g_pidfdOpen = nullptr;
         g_spawn = nullptr;
@@ -252,6 +256,52 @@ TEST_F(KarnExecTest, ProcessThatGotTheIdOfAReapedChildIsNotKilled) {
 TEST_F(KarnExecTest, ProcessThatCannotBeMadeFails) {
     g_spawn = [](pid_t*) { return EAGAIN; };
     EXPECT_NE(RunAlone("/bin/true"), 0);
+}
+
+std::vector<std::string> g_handedOver;
+
+int TakeOver(const char* path, const char* const* arguments) {
+    g_handedOver = {path};
+    for (; *arguments != nullptr; ++arguments) {
+        g_handedOver.emplace_back(*arguments);
+    }
+    return 0;
+}
+
+TEST_F(KarnExecTest, RunnerOfTheProgramsOwnGetsPathAndArguments) {
+    StandaloneHost::SetProcessRunner(&TakeOver);
+    EXPECT_EQ(KarnExecl("/nonexistent/arping", kOptions, "-c", "1", nullptr), 0);
+    EXPECT_THAT(g_handedOver, ElementsAre("/nonexistent/arping", "/nonexistent/arping", "-c", "1"));
+}
+
+TEST_F(KarnExecTest, ResultIsThatOfTheProgramsOwnRunner) {
+    StandaloneHost::SetProcessRunner([](const char*, const char* const*) { return 42; });
+    EXPECT_EQ(RunAlone("/bin/true"), 42);
+}
+
+TEST_F(KarnExecTest, BesideARunnerOfTheProgramsOwnNothingIsStarted) {
+    int starts = 0;
+    g_spawn = [&starts](pid_t*) {
+        ++starts;
+        return EAGAIN;
+    };
+    StandaloneHost::SetProcessRunner([](const char*, const char* const*) { return -1; });
+    EXPECT_EQ(RunAlone("/bin/true"), -1);
+    EXPECT_EQ(starts, 0);
+}
+
+TEST_F(KarnExecTest, WithoutAPathTheProgramsOwnRunnerIsNotAsked) {
+    g_handedOver.clear();
+    StandaloneHost::SetProcessRunner(&TakeOver);
+    EXPECT_EQ(RunAlone(nullptr), -1);
+    EXPECT_THAT(g_handedOver, IsEmpty());
+}
+
+TEST_F(KarnExecTest, NullRunnerMeansThatTheHostStartsProgramsAgain) {
+    StandaloneHost::SetProcessRunner([](const char*, const char* const*) { return 42; });
+    StandaloneHost::SetProcessRunner(nullptr);
+    EXPECT_EQ(RunAlone("/bin/true"), 0);
+    EXPECT_EQ(RunAlone("/bin/false"), 1);
 }
 
 // What a program that KarnExecl started found, by name.
