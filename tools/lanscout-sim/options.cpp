@@ -84,7 +84,7 @@ struct Raw {
 
 void Declare(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--mode", raw.mode,
-                   "auto, namespace or loopback; auto is namespace where it may, else loopback")
+                   "auto, namespace or loopback; auto is namespace where that is available")
         ->check(CLI::IsMember({"auto", "namespace", "loopback"}).description(""))
         ->capture_default_str()
         ->type_name("MODE");
@@ -143,10 +143,25 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
         ->type_name("N");
 }
 
+// Whoever names the namespace or its device means that mode, and would be misled by another.
+void RequireNamespace(const CLI::App& app, Options& options) {
+    for (const char* option : {"--netns", "--tap"}) {
+        if (app.count(option) == 0) {
+            continue;
+        }
+        if (options.mode == Mode::Loopback) {
+            throw CLI::ValidationError(option, "loopback mode has no namespace; leave it out");
+        }
+        options.mode = Mode::Namespace;
+    }
+}
+
+// Throws what the parser throws for a wrong value.
 void Complete(const CLI::App& app, Options& options, const Raw& raw) {
     options.mode = raw.mode == "namespace"  ? Mode::Namespace
                    : raw.mode == "loopback" ? Mode::Loopback
                                             : Mode::Automatic;
+    RequireNamespace(app, options);
     for (const auto& share : raw.shares) {
         options.shares.push_back(*ParseMisbehaviourShare(share).value);
     }
@@ -183,11 +198,11 @@ CommandLine ParseCommandLine(int argc, const char* const* argv) {
     Declare(app, options, raw);
     try {
         app.parse(static_cast<int>(dashes - argv), argv);
+        Complete(app, options, raw);
     } catch (const CLI::ParseError& error) {
         const int status = app.exit(error);
         return {std::nullopt, status == 0 ? 0 : kWrongUse};
     }
-    Complete(app, options, raw);
     if (dashes != end) {
         options.command.assign(dashes + 1, end);
     }

@@ -116,7 +116,8 @@ private:
             if (m_options.mode == Mode::Namespace) {
                 throw;
             }
-            fmt::print(stderr, "lanscout-sim: loopback mode, for namespace mode may not be: {}\n",
+            fmt::print(stderr,
+                       "lanscout-sim: using loopback mode; namespace mode is unavailable: {}\n",
                        error.what());
             MakeLoopback();
         }

@@ -74,6 +74,14 @@ TEST(SimOptions, NetworkAndTimeAreRead) {
     EXPECT_EQ(options.maxDelay, std::chrono::milliseconds(20));
 }
 
+TEST(SimOptions, NameOfNamespaceOrDeviceMeansNamespaceMode) {
+    EXPECT_EQ(Good({"--netns", "lab"}).mode, Mode::Namespace);
+    EXPECT_EQ(Good({"--tap", "cam0"}).mode, Mode::Namespace);
+    EXPECT_EQ(Good({"--tap", "cam0", "--mode", "auto"}).mode, Mode::Namespace);
+    ExpectRefused({"--mode", "loopback", "--netns", "lab"}, "--netns: loopback mode has no");
+    ExpectRefused({"--tap", "cam0", "--mode", "loopback"}, "--tap: loopback mode has no");
+}
+
 TEST(SimOptions, WrongUseIsStatusTwoAndExplained) {
     ExpectRefused({"--mode", "moon"}, "--mode");
     ExpectRefused({"--misbehave", "odd=1"}, "\"odd=1\" names no misbehaviour");
