@@ -1,6 +1,24 @@
 """A run of the simulator, from outside: how it starts, what it refuses, how it ends."""
 
-from lan import program
+import json
+import re
+
+from lan import GROUP, program
+from prober import Prober
+
+
+def scenario(network, **members):
+    path = network.folder / "scenario.json"
+    path.write_text(json.dumps(members))
+    return path
+
+
+def uuid_of(text):
+    return re.search("urn:uuid:([0-9a-f-]{36})</[A-Za-z:]*Address>", text)[1]
+
+
+def prober(simulator):
+    return Prober(simulator.namespace, "sim0", simulator.address)
 
 
 def test_taken_name_of_a_namespace_is_an_error(network):
@@ -17,3 +35,58 @@ def test_taken_name_of_a_device_is_an_error(network):
     assert simulator.wait(10) == 3
     assert "cannot make the device lo" in simulator.text(simulator.errors)
     assert not simulator.lines
+
+
+SHARED = "10.99.1.5"
+TWINS = [{"name": name, "ip": SHARED, "mac": mac, "uuid": uuid} for name, mac, uuid in (
+    ("One", "02:4C:00:00:00:01", "11111111-1111-4111-8111-111111111111"),
+    ("Two", "02:4C:00:00:00:02", "22222222-2222-4222-8222-222222222222"))]
+
+
+def test_two_cameras_at_one_address_answer_each_with_its_own_mac(network):
+    simulator = network.simulator("--scenario", scenario(network, cameras=TWINS))
+    with prober(simulator) as searcher:
+        searcher.ask()
+        replies = searcher.replies(2)
+        senders = {mac for kind, mac, _, rest in searcher.frames()
+                   if kind == 0x0800 and rest[9] == 17 and b"ProbeMatches" in rest}
+    assert [address for address, _ in replies] == [SHARED, SHARED]
+    assert {uuid_of(text) for _, text in replies} == {twin["uuid"] for twin in TWINS}
+    assert senders == {twin["mac"] for twin in TWINS}
+
+
+def test_question_to_a_shared_address_goes_to_the_camera_with_that_mac(network):
+    simulator = network.simulator("--scenario", scenario(network, cameras=TWINS))
+    with prober(simulator) as searcher:
+        for twin in TWINS:
+            simulator.namespace.ip("neighbour", "replace", SHARED, "lladdr", twin["mac"], "dev",
+                                   "sim0", "nud", "permanent")
+            searcher.ask(SHARED)
+            [(_, text)] = searcher.replies(1)
+            assert uuid_of(text) == twin["uuid"]
+
+
+def test_cameras_of_a_foreign_subnet_ask_for_the_searcher_and_reply(network):
+    simulator = network.simulator("--foreign", 2, cameras=3)
+    simulator.namespace.sysctl("net.ipv4.conf.all.rp_filter", 0)
+    simulator.namespace.sysctl("net.ipv4.conf.sim0.rp_filter", 0)
+    with prober(simulator) as searcher:
+        searcher.ask()
+        replies = searcher.replies(3)
+        asked = {(asker, target) for _, asker, target in searcher.arp_requests()}
+    foreign = {"192.168.77.10", "192.168.77.11"}
+    assert {address for address, _ in replies} == {"10.99.0.10", *foreign}
+    assert {(address, simulator.address) for address in foreign} <= asked
+
+
+def test_quiet_cameras_are_learnt_only_when_they_are_asked(network):
+    simulator = network.simulator("--misbehave", "quiet-arp=100%", cameras=5)
+    with prober(simulator) as searcher:
+        searcher.ask()
+        replies = searcher.replies(5)
+        assert len(replies) == 5
+        assert searcher.arp_requests() == []
+        assert simulator.namespace.neighbours("sim0").keys() <= {GROUP}
+        searcher.ask(replies[0][0])
+        assert len(searcher.replies(1)) == 1
+    assert simulator.namespace.neighbours("sim0").keys() - {GROUP} == {replies[0][0]}

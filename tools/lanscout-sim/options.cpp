@@ -94,6 +94,9 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--upnp", options.upnpDevices,
                    "number of generated UPnP root devices; every other one is a camera too")
         ->type_name("N");
+    app.add_option("--foreign", options.foreignCameras,
+                   "so many of the generated cameras stand in another subnet, 192.168.77.0/24")
+        ->type_name("N");
     app.add_option("--seed", options.seed, "the same seed makes the same run")
         ->capture_default_str()
         ->type_name("S");

@@ -17,6 +17,7 @@ struct Options {
     Mode mode = Mode::Automatic;
     std::size_t cameras = 0;
     std::size_t upnpDevices = 0;
+    std::size_t foreignCameras = 0;
     std::uint64_t seed = 1;
     std::string scenarioFile;
     std::vector<MisbehaviourShare> shares;

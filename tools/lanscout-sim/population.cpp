@@ -47,6 +47,9 @@ constexpr std::array<CatalogueEntry, 4> kCatalogue = {{
 }};
 
 constexpr std::uint16_t kHttpPort = 80;
+// 192.168.77.10: where a camera often stands that was set up for somebody else's network.
+constexpr Ipv4 kFirstForeign{0xC0A84D0A};
+constexpr std::size_t kMostForeign = 200;
 // The first of the dynamic ports, where UPnP stacks start looking.
 constexpr std::uint16_t kUpnpPort = 49152;
 
@@ -69,17 +72,30 @@ public:
         if (!m_network.Contains(ip) || ip == m_network.Network() || ip == m_network.Broadcast()) {
             throw SetupError(
                 fmt::format("{}: address {} is no host of the network {}; change it or "
-                            "the network (--network)",
+                            "the network (--network), or say \"foreign\": true",
                             owner, ToText(ip), ToText(m_network)));
         }
         if (ip == m_network.address) {
             throw SetupError(fmt::format("{}: address {} is the searcher's own; give it another",
                                          owner, ToText(ip)));
         }
-        if (!m_taken.insert(ip).second) {
-            throw SetupError(
-                fmt::format("{}: address {} is taken by another device", owner, ToText(ip)));
+        TakeOnce(owner, ip);
+    }
+
+    void TakeForeign(const std::string& owner, Ipv4 ip) {
+        if (m_network.Contains(ip)) {
+            throw SetupError(fmt::format("{}: address {} is in the network {} and not foreign",
+                                         owner, ToText(ip), ToText(m_network)));
         }
+        TakeOnce(owner, ip);
+    }
+
+    Ipv4 TakeNextForeign() {
+        while (m_taken.contains(m_nextForeign)) {
+            ++m_nextForeign.value;
+        }
+        m_taken.insert(m_nextForeign);
+        return m_nextForeign;
     }
 
     Ipv4 TakeNext(std::size_t wanted) {
@@ -99,8 +115,18 @@ public:
     }
 
 private:
+    void TakeOnce(const std::string& owner, Ipv4 ip) {
+        if (!m_taken.insert(ip).second) {
+            throw SetupError(fmt::format(
+                "{}: address {} is taken by another device; give it another, or give each of "
+                "those that share it a \"mac\" of its own",
+                owner, ToText(ip)));
+        }
+    }
+
     Subnet m_network;
     Ipv4 m_next;
+    Ipv4 m_nextForeign = kFirstForeign;
     std::set<Ipv4> m_taken;
 };
 
@@ -172,12 +198,14 @@ void MakeCameras(const PopulationRequest& request, Addresses& addresses, Random&
     for (std::size_t i = 0; i < request.generated; ++i) {
         Camera camera;
         camera.port = 0;
+        camera.isForeign = i + request.generatedForeign >= request.generated;
         cameras.push_back(camera);
     }
     for (std::size_t i = 0; i < cameras.size(); ++i) {
         Camera& camera = cameras[i];
         if (camera.ip == Ipv4{}) {
-            camera.ip = addresses.TakeNext(cameras.size());
+            camera.ip =
+                camera.isForeign ? addresses.TakeNextForeign() : addresses.TakeNext(cameras.size());
         }
         FillIn(camera, i, random);
         if (camera.port == 0) {
@@ -238,7 +266,7 @@ void Complete(UpnpDevice& device, const std::vector<Camera>& cameras, Addresses&
         device.ip = addresses.TakeNext(1);
     }
     const auto camera = std::ranges::find(cameras, device.ip, &Camera::ip);
-    if (camera != cameras.end()) {
+    if (camera != cameras.end() && device.mac == Mac{}) {
         device.mac = camera->mac;
     }
     if (device.mac == Mac{}) {
@@ -252,15 +280,36 @@ void Complete(UpnpDevice& device, const std::vector<Camera>& cameras, Addresses&
     }
 }
 
-void TakeNamedAddresses(const PopulationRequest& request, Addresses& addresses) {
-    for (const auto& camera : request.named) {
-        if (camera.ip != Ipv4{}) {
-            addresses.Take("camera \"" + camera.name + "\"", camera.ip);
+// Whether an earlier device has the address too and each has said which MAC address it has there.
+template <typename Device>
+bool SharesWithAnEarlierOne(const std::vector<Device>& devices, std::size_t number) {
+    const Device& device = devices[number];
+    bool isShared = false;
+    for (std::size_t i = 0; i < number; ++i) {
+        if (devices[i].ip == device.ip) {
+            isShared = true;
+            if (devices[i].mac == Mac{} || devices[i].mac == device.mac) {
+                return false;
+            }
         }
     }
-    for (const auto& device : request.namedUpnp) {
+    return isShared && device.mac != Mac{};
+}
+
+void TakeNamedAddresses(const PopulationRequest& request, Addresses& addresses) {
+    for (std::size_t i = 0; i < request.named.size(); ++i) {
+        const Camera& camera = request.named[i];
+        if (camera.ip == Ipv4{} || SharesWithAnEarlierOne(request.named, i)) {
+            continue;
+        }
+        const std::string owner = "camera \"" + camera.name + "\"";
+        camera.isForeign ? addresses.TakeForeign(owner, camera.ip)
+                         : addresses.Take(owner, camera.ip);
+    }
+    for (std::size_t i = 0; i < request.namedUpnp.size(); ++i) {
+        const UpnpDevice& device = request.namedUpnp[i];
         const bool isCamera = std::ranges::count(request.named, device.ip, &Camera::ip) > 0;
-        if (device.ip != Ipv4{} && !isCamera) {
+        if (device.ip != Ipv4{} && !isCamera && !SharesWithAnEarlierOne(request.namedUpnp, i)) {
             addresses.Take("UPnP device \"" + device.name + "\"", device.ip);
         }
     }
@@ -269,6 +318,10 @@ void TakeNamedAddresses(const PopulationRequest& request, Addresses& addresses) 
 }  // namespace
 
 Population MakePopulation(const PopulationRequest& request) {
+    if (request.generatedForeign > kMostForeign) {
+        throw SetupError(
+            fmt::format("at most {} cameras fit into the foreign subnet", kMostForeign));
+    }
     Random random(request.seed);
     Addresses addresses(request.network, request.firstHost);
     Population population{request.named, request.namedUpnp};

@@ -15,6 +15,7 @@ struct PopulationRequest {
     std::uint32_t firstHost = 10;  // the first generated camera's number in the network
     std::size_t generated = 0;
     std::size_t generatedUpnp = 0;
+    std::size_t generatedForeign = 0;  // of the generated cameras, those of another subnet
     std::uint64_t seed = 1;
     std::vector<Camera> named;              // from a scenario; what they leave open is filled in
     std::vector<UpnpDevice> namedUpnp;      // likewise
@@ -28,8 +29,8 @@ struct Population {
 
 // All devices of a run: the named ones first, then the generated. Every other generated UPnP
 // device is a camera's other side, at its address, while there are cameras that behave. The same
-// request makes the same devices. Throws SetupError when an address is taken twice or the network
-// is too small.
+// request makes the same devices. Named cameras may share an address when each says its MAC
+// address. Throws SetupError when an address is taken twice otherwise, or the network is too small.
 Population MakePopulation(const PopulationRequest& request);
 
 }  // namespace lansim

@@ -30,6 +30,7 @@ ordered_json ReportOf(const Camera& camera) {
             {"ip", ToText(camera.ip)},
             {"mac", ToText(camera.mac)},
             {"port", camera.port},
+            {"foreign", camera.isForeign},
             {"hardware", camera.hardware},
             {"uuid", camera.uuid},
             {"misbehaviours", KindsOf(camera.misbehaviours)},

@@ -126,6 +126,7 @@ Camera ReadCamera(const json& object, const std::string& place) {
     reader.Read("hardware", camera.hardware);
     reader.Read("location", camera.location);
     reader.Read("shape", camera.shape);
+    reader.Read("foreign", camera.isForeign);
     reader.Read("xaddrs", camera.xaddrs);
     reader.Read("scopes", camera.scopes);
     ReadTypes(reader, camera);

@@ -143,6 +143,10 @@ private:
                             "leave --network out or give one as 127.77.0.1/16",
                             ToText(subnet)));
         }
+        const bool hasForeign = std::ranges::any_of(m_scenario.cameras, &Camera::isForeign);
+        if (hasForeign || m_options.foreignCameras > 0) {
+            throw SetupError("loopback mode has no foreign subnets; use --mode namespace");
+        }
         MoveInto(subnet, m_scenario.cameras);
         MoveInto(subnet, m_scenario.upnpDevices);
         Populate(kLoopbackNetwork, kLoopbackFirstHost);
@@ -154,9 +158,10 @@ private:
 
     void Populate(const Subnet& defaultNetwork, std::uint32_t firstHost) {
         m_subnet = m_options.network.value_or(defaultNetwork);
-        m_population = MakePopulation({m_subnet, firstHost, m_options.cameras,
-                                       m_options.upnpDevices, m_options.seed, m_scenario.cameras,
-                                       m_scenario.upnpDevices, m_options.shares});
+        m_population =
+            MakePopulation({m_subnet, firstHost, m_options.cameras, m_options.upnpDevices,
+                            m_options.foreignCameras, m_options.seed, m_scenario.cameras,
+                            m_scenario.upnpDevices, m_options.shares});
         const double loss = m_options.probeLossPercent / 100;
         m_cameras = std::make_unique<Responder>(
             m_population.cameras, ResponderOptions{m_options.seed, m_options.maxDelay, loss},

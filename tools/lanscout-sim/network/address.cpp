@@ -24,6 +24,10 @@ bool Subnet::Contains(Ipv4 ip) const {
     return (ip.value & Mask().value) == Network().value;
 }
 
+bool IsFor(const Datagram& datagram, Ipv4 ip, const Mac& mac) {
+    return datagram.to.ip == ip && (datagram.toMac == Mac{} || datagram.toMac == mac);
+}
+
 std::optional<Ipv4> ParseIpv4(const std::string& text) {
     in_addr address{};
     if (inet_pton(AF_INET, text.c_str(), &address) != 1) {

@@ -44,7 +44,14 @@ struct Datagram {
     Endpoint from;
     Endpoint to;
     std::string payload;
+    // Which of several hosts at one IP address sends it or is meant; zeros where the network has no
+    // Ethernet addresses or the first host will do.
+    Mac fromMac{};
+    Mac toMac{};
 };
+
+// Whether a datagram to a single address reaches the host that has both of these.
+bool IsFor(const Datagram& datagram, Ipv4 ip, const Mac& mac);
 
 // Dotted quad only; nothing for any other text.
 std::optional<Ipv4> ParseIpv4(const std::string& text);

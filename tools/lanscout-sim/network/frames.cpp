@@ -56,21 +56,29 @@ Heard ReadArp(const Tins::ARP& arp) {
                       FromTins(arp.target_ip_addr())};
 }
 
-Heard ReadIp(const Mac& from, const Tins::IP& ip, std::string_view packet) {
+Heard ReadIp(const Tins::EthernetII& ethernet, const Tins::IP& ip, std::string_view packet) {
+    const Mac from = FromTins(ethernet.src_addr());
+    const Mac to = FromTins(ethernet.dst_addr());
     if (ip.protocol() == IPPROTO_TCP) {
-        return TcpPacket{from, FromTins(ip.src_addr()), FromTins(ip.dst_addr()),
+        return TcpPacket{from, to, FromTins(ip.src_addr()), FromTins(ip.dst_addr()),
                          std::string(packet.substr(0, ip.tot_len()))};
     }
     if (const auto* udp = ip.find_pdu<Tins::UDP>()) {
-        return UdpFrame{from,
-                        {{FromTins(ip.src_addr()), udp->sport()},
-                         {FromTins(ip.dst_addr()), udp->dport()},
-                         PayloadOf(*udp)}};
+        return Datagram{{FromTins(ip.src_addr()), udp->sport()},
+                        {FromTins(ip.dst_addr()), udp->dport()},
+                        PayloadOf(*udp),
+                        from,
+                        to};
     }
     const auto* icmp = ip.find_pdu<Tins::ICMP>();
     if (icmp != nullptr && icmp->type() == Tins::ICMP::ECHO_REQUEST) {
-        return EchoRequest{from,       FromTins(ip.src_addr()), FromTins(ip.dst_addr()),
-                           icmp->id(), icmp->sequence(),        PayloadOf(*icmp)};
+        return EchoRequest{from,
+                           to,
+                           FromTins(ip.src_addr()),
+                           FromTins(ip.dst_addr()),
+                           icmp->id(),
+                           icmp->sequence(),
+                           PayloadOf(*icmp)};
     }
     return {};
 }
@@ -84,7 +92,7 @@ Heard ReadFrame(std::string_view frame) try {
         return ReadArp(*arp);
     }
     if (const auto* ip = ethernet.find_pdu<Tins::IP>()) {
-        return ReadIp(FromTins(ethernet.src_addr()), *ip, frame.substr(kEthernetHeaderBytes));
+        return ReadIp(ethernet, *ip, frame.substr(kEthernetHeaderBytes));
     }
     return {};
 } catch (const Tins::exception_base&) {

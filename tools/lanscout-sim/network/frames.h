@@ -19,14 +19,10 @@ struct ArpRequest {
     Ipv4 target;
 };
 
-struct UdpFrame {
-    Mac fromMac{};
-    Datagram datagram;
-};
-
 // TCP is not spoken here but handed on whole, as an IP packet.
 struct TcpPacket {
     Mac fromMac{};
+    Mac toMac{};
     Ipv4 from;
     Ipv4 to;
     std::string packet;
@@ -34,6 +30,7 @@ struct TcpPacket {
 
 struct EchoRequest {
     Mac fromMac{};
+    Mac toMac{};
     Ipv4 from;
     Ipv4 to;
     std::uint16_t id = 0;
@@ -42,7 +39,7 @@ struct EchoRequest {
 };
 
 // What a frame from the searcher means to the simulated devices; monostate is anything else.
-using Heard = std::variant<std::monostate, ArpRequest, UdpFrame, EchoRequest, TcpPacket>;
+using Heard = std::variant<std::monostate, ArpRequest, Datagram, EchoRequest, TcpPacket>;
 Heard ReadFrame(std::string_view frame);
 
 struct Host {

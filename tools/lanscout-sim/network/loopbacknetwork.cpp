@@ -91,7 +91,10 @@ LoopbackNetwork::LoopbackNetwork(const std::vector<SimulatedHost>& hosts, Captur
     for (const auto& host : hosts) {
         m_macs[host.ip] = host.mac;
         for (const auto port : host.udpPorts) {
-            Listen({host.ip, port}, false);
+            // Hosts that share an address share its sockets.
+            if (!m_sockets.contains({host.ip, port})) {
+                Listen({host.ip, port}, false);
+            }
         }
     }
 }

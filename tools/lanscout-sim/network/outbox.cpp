@@ -30,8 +30,8 @@ void Outbox::SendDue(TimePoint now, Network& network) {
 }
 
 void Outbox::Deliver(Entry entry, TimePoint now, Network& network) {
-    const auto& [from, to, write, sentCount] = entry.outgoing;
-    switch (network.Send({from, to, write()})) {
+    const auto& [from, to, write, sentCount, mac] = entry.outgoing;
+    switch (network.Send({from, to, write(), mac, {}})) {
         case SendResult::Sent:
             ++m_counts.sent;
             if (sentCount != nullptr) {

@@ -27,6 +27,7 @@ struct Outgoing {
     Endpoint to;
     std::function<std::string()> write;  // called when it is sent
     std::uint64_t* sentCount = nullptr;  // counted up when it has been sent; may be null
+    Mac mac{};                           // the sender's, where several share its IP address
 };
 
 // Datagrams that wait for their time. Time is an argument, so that tests own it.

@@ -2,6 +2,7 @@
 
 #include <sys/epoll.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
@@ -61,7 +62,7 @@ TapNetwork::TapNetwork(const std::string& device, const Subnet& searcher,
     tap.AddRoute(kMulticast);
     m_peers[searcher.address] = tap.HardwareAddress();
     for (const auto& host : hosts) {
-        m_hosts[host.ip] = {host.mac, host.answersArp, host.asksArp, {}};
+        m_hosts[host.ip].push_back({host.mac, host.answersArp, host.asksArp, {}});
     }
     Watch(m_tap.Get());
 }
@@ -92,29 +93,29 @@ void TapNetwork::Handle(std::string_view frame, const DatagramHandler& handler) 
     std::visit(Overloaded{[](std::monostate) {}, [&](const ArpRequest& heard) { Handle(heard); },
                           [&](const EchoRequest& heard) { Handle(heard); },
                           [&](const TcpPacket& heard) { Handle(heard); },
-                          [&](const UdpFrame& heard) { Handle(heard, handler); }},
+                          [&](const Datagram& heard) { Handle(heard, handler); }},
                ReadFrame(frame));
 }
 
 void TapNetwork::Handle(const ArpRequest& request) {
     ++m_counts.arpRequestsHeard;
     const auto found = m_hosts.find(request.target);
-    if (found == m_hosts.end() || !found->second.answersArp) {
+    if (found == m_hosts.end()) {
         return;
     }
-    const auto reply =
-        ArpReplyFrame({request.target, found->second.mac}, {request.senderIp, request.senderMac});
-    if (Write(reply) == SendResult::Sent) {
-        ++m_counts.arpRepliesSent;
+    for (const auto& host : found->second) {
+        if (host.answersArp &&
+            Write(ArpReplyFrame({request.target, host.mac},
+                                {request.senderIp, request.senderMac})) == SendResult::Sent) {
+            ++m_counts.arpRepliesSent;
+        }
     }
 }
 
 void TapNetwork::Handle(const EchoRequest& request) {
-    const auto found = m_hosts.find(request.to);
-    if (found == m_hosts.end()) {
-        return;
-    }
-    if (Write(EchoReplyFrame({request.to, found->second.mac}, request)) == SendResult::Sent) {
+    const Host* host = Find(request.to, request.toMac);
+    if (host != nullptr &&
+        Write(EchoReplyFrame({request.to, host->mac}, request)) == SendResult::Sent) {
         ++m_counts.echoRepliesSent;
     }
 }
@@ -123,10 +124,14 @@ void TapNetwork::Handle(const EchoRequest& request) {
 void TapNetwork::Handle(const TcpPacket& packet) {
     ++m_counts.tcpPacketsHeard;
     m_peers[packet.from] = packet.fromMac;
-    if (m_peerStack.IsOpen() && m_hosts.contains(packet.to)) {
-        [[maybe_unused]] const auto size =
-            write(m_peerStack.Get(), packet.packet.data(), packet.packet.size());
+    if (!m_peerStack.IsOpen() || Find(packet.to, packet.toMac) == nullptr) {
+        return;
     }
+    if (m_hosts.at(packet.to).size() > 1) {
+        m_connectedAs[packet.to] = packet.toMac;
+    }
+    [[maybe_unused]] const auto size =
+        write(m_peerStack.Get(), packet.packet.data(), packet.packet.size());
 }
 
 void TapNetwork::PassOn(std::string_view packet) {
@@ -134,36 +139,49 @@ void TapNetwork::PassOn(std::string_view packet) {
     if (!ends) {
         return;
     }
-    const auto host = m_hosts.find(ends->from);
+    const auto connectedAs = m_connectedAs.find(ends->from);
+    const Host* host =
+        Find(ends->from, connectedAs == m_connectedAs.end() ? Mac{} : connectedAs->second);
     const auto peer = m_peers.find(ends->to);
-    if (host == m_hosts.end() || peer == m_peers.end()) {
+    if (host == nullptr || peer == m_peers.end()) {
         return;
     }
-    if (Write(IpFrame(host->second.mac, peer->second, packet)) == SendResult::Sent) {
+    if (Write(IpFrame(host->mac, peer->second, packet)) == SendResult::Sent) {
         ++m_counts.tcpPacketsSent;
     }
 }
 
-void TapNetwork::Handle(const UdpFrame& frame, const DatagramHandler& handler) {
-    m_peers[frame.datagram.from.ip] = frame.fromMac;
-    handler(frame.datagram);
+void TapNetwork::Handle(const Datagram& datagram, const DatagramHandler& handler) {
+    m_peers[datagram.from.ip] = datagram.fromMac;
+    handler(datagram);
+}
+
+TapNetwork::Host* TapNetwork::Find(Ipv4 ip, const Mac& mac) {
+    const auto found = m_hosts.find(ip);
+    if (found == m_hosts.end()) {
+        return nullptr;
+    }
+    auto& hosts = found->second;
+    const auto host =
+        mac == Mac{} ? hosts.begin() : std::ranges::find(hosts, mac, &TapNetwork::Host::mac);
+    return host == hosts.end() ? nullptr : &*host;
 }
 
 SendResult TapNetwork::Send(const Datagram& datagram) {
-    const auto host = m_hosts.find(datagram.from.ip);
+    Host* host = Find(datagram.from.ip, datagram.fromMac);
     const bool isToGroup = datagram.to.ip == kMulticastGroup;
     const auto peer = m_peers.find(datagram.to.ip);
-    if (host == m_hosts.end() || (!isToGroup && peer == m_peers.end())) {
+    if (host == nullptr || (!isToGroup && peer == m_peers.end())) {
         return SendResult::Failed;
     }
     if (!isToGroup) {
-        const auto asked = AskForMac(host->second, datagram.from.ip, datagram.to.ip);
+        const auto asked = AskForMac(*host, datagram.from.ip, datagram.to.ip);
         if (asked != SendResult::Sent) {
             return asked;
         }
     }
     const Mac& to = isToGroup ? kGroupMac : peer->second;
-    for (const auto& frame : UdpFrames(host->second.mac, to, datagram, m_nextIpId++)) {
+    for (const auto& frame : UdpFrames(host->mac, to, datagram, m_nextIpId++)) {
         if (const auto sent = Write(frame); sent != SendResult::Sent) {
             return sent;
         }

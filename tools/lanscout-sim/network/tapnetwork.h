@@ -54,8 +54,10 @@ private:
     void Handle(const ArpRequest& request);
     void Handle(const EchoRequest& request);
     void Handle(const TcpPacket& packet);
-    void Handle(const UdpFrame& frame, const DatagramHandler& handler);
+    void Handle(const Datagram& datagram, const DatagramHandler& handler);
     void PassOn(std::string_view packet);
+    // The host at the address that has the MAC address; with no MAC address, the first one there.
+    Host* Find(Ipv4 ip, const Mac& mac);
     SendResult AskForMac(Host& host, Ipv4 own, Ipv4 peer);
     SendResult Write(std::string_view frame);
 
@@ -64,8 +66,9 @@ private:
     lansim::Descriptor m_peerStack;
     Capture* m_capture;
     TapCounts m_counts;
-    std::map<Ipv4, Host> m_hosts;
-    std::map<Ipv4, Mac> m_peers;  // whom the hosts have heard
+    std::map<Ipv4, std::vector<Host>> m_hosts;
+    std::map<Ipv4, Mac> m_peers;        // whom the hosts have heard
+    std::map<Ipv4, Mac> m_connectedAs;  // which host of a shared address TCP last went to
     std::uint16_t m_nextIpId = 1;
 };
 

@@ -21,6 +21,7 @@ struct Camera {
     Ipv4 ip;
     Mac mac{};
     std::uint16_t port = 80;
+    bool isForeign = false;  // stands in another subnet than the searcher, on the same wire
     bool isVideoTransmitter = true;
     bool isDevice = true;
     // Which maker's way of writing a reply it uses (reply.cpp).

@@ -31,8 +31,13 @@ void Responder::OnDatagram(const Datagram& datagram, TimePoint now) {
         for (auto& camera : m_cameras) {
             Ask(camera, probe, datagram.from, now);
         }
-    } else if (const auto found = m_byAddress.find(datagram.to.ip); found != m_byAddress.end()) {
-        Ask(*found->second, probe, datagram.from, now);
+        return;
+    }
+    const auto [first, last] = m_byAddress.equal_range(datagram.to.ip);
+    for (auto entry = first; entry != last; ++entry) {
+        if (IsFor(datagram, entry->first, entry->second->mac)) {
+            Ask(*entry->second, probe, datagram.from, now);
+        }
     }
 }
 
@@ -49,12 +54,13 @@ void Responder::Ask(Camera& camera, const std::shared_ptr<const Probe>& probe, E
     const TimePoint due = now + m_random.UpTo(m_options.maxDelay);
     const Endpoint own{camera.ip, kDiscoveryPort};
     if (camera.Does(Misbehaviour::EmptyDatagram)) {
-        m_outbox.Add(due, {own, from, [] { return std::string(); }, &camera.repliesSent});
+        m_outbox.Add(due,
+                     {own, from, [] { return std::string(); }, &camera.repliesSent, camera.mac});
     }
     const auto answer = std::make_shared<Answer>(Answer{&camera, probe, {}});
     for (int i = 0; i < (camera.Does(Misbehaviour::Duplicate) ? kDuplicates : 1); ++i) {
-        m_outbox.Add(due,
-                     {own, from, [this, answer] { return TextOf(*answer); }, &camera.repliesSent});
+        m_outbox.Add(due, {own, from, [this, answer] { return TextOf(*answer); },
+                           &camera.repliesSent, camera.mac});
     }
 }
 

@@ -54,7 +54,7 @@ private:
     Outbox& m_outbox;
     ResponderCounts m_counts;
     Random m_random;
-    std::map<Ipv4, Camera*> m_byAddress;
+    std::multimap<Ipv4, Camera*> m_byAddress;
 };
 
 }  // namespace lansim

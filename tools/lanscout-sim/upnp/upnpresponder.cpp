@@ -25,7 +25,7 @@ void UpnpResponder::OnDatagram(const Datagram& datagram, TimePoint now) {
     }
     ++m_counts.searches;
     for (auto& device : m_devices) {
-        if (datagram.to.ip == kMulticastGroup || datagram.to.ip == device.ip) {
+        if (datagram.to.ip == kMulticastGroup || IsFor(datagram, device.ip, device.mac)) {
             Ask(device, *search, datagram.from, now);
         }
     }
@@ -51,7 +51,8 @@ void UpnpResponder::Ask(UpnpDevice& device, const SsdpSearch& search, Endpoint f
             m_outbox.Add(now + m_random.UpTo(longest), {{device.ip, kSsdpPort},
                                                         from,
                                                         [text = std::move(text)] { return text; },
-                                                        &device.answersSent});
+                                                        &device.answersSent,
+                                                        device.mac});
         }
     }
 }
@@ -71,7 +72,8 @@ void UpnpResponder::SayAlive(UpnpDevice& device, TimePoint now) {
         m_outbox.Add(now, {{device.ip, kSsdpPort},
                            kGroup,
                            [text = std::move(text)] { return text; },
-                           &device.advertisementsSent});
+                           &device.advertisementsSent,
+                           device.mac});
     }
 }
 
@@ -83,7 +85,8 @@ void UpnpResponder::SayByebye(TimePoint now) {
             m_outbox.Add(now, {{device.ip, kSsdpPort},
                                kGroup,
                                [text = std::move(text)] { return text; },
-                               &device.advertisementsSent});
+                               &device.advertisementsSent,
+                               device.mac});
         }
     }
 }

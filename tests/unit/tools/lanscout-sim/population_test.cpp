@@ -105,6 +105,46 @@ TEST(SimPopulation, SharesBeyondTheWholeAreRefused) {
                 ThrowsMessage<SetupError>(HasSubstr("more than the 10 generated cameras")));
 }
 
+TEST(SimPopulation, AddressIsSharedByThoseWhoSayTheirMac) {
+    auto request = Request(0);
+    request.named = {Named("10.99.1.5"), Named("10.99.1.5")};
+    request.named[0].mac = {2, 0, 0, 0, 0, 1};
+    request.named[1].mac = {2, 0, 0, 0, 0, 2};
+    EXPECT_THAT(MakeCameras(request), SizeIs(2));
+    request.named[1].mac = request.named[0].mac;
+    EXPECT_THAT([&] { MakeCameras(request); },
+                ThrowsMessage<SetupError>(HasSubstr("10.99.1.5 is taken by another device")));
+    request.named[1].mac = {};
+    EXPECT_THAT([&] { MakeCameras(request); },
+                ThrowsMessage<SetupError>(HasSubstr("\"mac\" of its own")));
+}
+
+TEST(SimPopulation, ForeignCamerasAreTheLastGeneratedAndOfAnotherSubnet) {
+    auto request = Request(5);
+    request.generatedForeign = 2;
+    const auto cameras = MakeCameras(request);
+    EXPECT_EQ(ToText(cameras[2].ip), "10.99.0.12");
+    EXPECT_FALSE(cameras[2].isForeign);
+    EXPECT_EQ(ToText(cameras[3].ip), "192.168.77.10");
+    EXPECT_EQ(ToText(cameras[4].ip), "192.168.77.11");
+    EXPECT_TRUE(cameras[4].isForeign);
+    request.generatedForeign = 201;
+    EXPECT_THAT([&] { MakeCameras(request); },
+                ThrowsMessage<SetupError>(HasSubstr("at most 200 cameras")));
+}
+
+TEST(SimPopulation, NamedCameraIsForeignOnlyWhereItSaysSo) {
+    auto request = Request(0);
+    request.named = {Named("192.168.77.10")};
+    EXPECT_THAT([&] { MakeCameras(request); },
+                ThrowsMessage<SetupError>(HasSubstr("is no host of the network")));
+    request.named[0].isForeign = true;
+    EXPECT_EQ(ToText(MakeCameras(request)[0].ip), "192.168.77.10");
+    request.named[0].ip = *lansim::ParseIpv4("10.99.0.20");
+    EXPECT_THAT([&] { MakeCameras(request); },
+                ThrowsMessage<SetupError>(HasSubstr("is in the network 10.99.0.1/16")));
+}
+
 TEST(SimPopulation, GeneratedCamerasGoRoundNamedOnes) {
     auto request = Request(2);
     request.named = {Named("10.99.0.11")};

@@ -11,7 +11,6 @@ using lansim::Host;
 using lansim::Ipv4;
 using lansim::Mac;
 using lansim::ReadFrame;
-using lansim::UdpFrame;
 using lansim::UdpFrames;
 
 namespace {
@@ -88,19 +87,19 @@ TEST(SimFrames, DatagramSurvivesItsFrame) {
     const auto frames = UdpFrames(kCameraMac, kSearcherMac, datagram, 1);
     ASSERT_EQ(frames.size(), 1U);
     const auto heard = ReadFrame(frames[0]);
-    ASSERT_TRUE(std::holds_alternative<UdpFrame>(heard));
-    const auto& read = std::get<UdpFrame>(heard);
+    ASSERT_TRUE(std::holds_alternative<Datagram>(heard));
+    const auto& read = std::get<Datagram>(heard);
     EXPECT_EQ(read.fromMac, kCameraMac);
-    EXPECT_EQ(read.datagram.from, datagram.from);
-    EXPECT_EQ(read.datagram.to, datagram.to);
-    EXPECT_EQ(read.datagram.payload, "reply");
+    EXPECT_EQ(read.from, datagram.from);
+    EXPECT_EQ(read.to, datagram.to);
+    EXPECT_EQ(read.payload, "reply");
 }
 
 TEST(SimFrames, EmptyDatagramIsADatagram) {
     const auto frames =
         UdpFrames(kCameraMac, kSearcherMac, {{kCameraIp, 3702}, {kSearcherIp, 4000}, ""}, 1);
     ASSERT_EQ(frames.size(), 1U);
-    ASSERT_TRUE(std::holds_alternative<UdpFrame>(ReadFrame(frames[0])));
+    ASSERT_TRUE(std::holds_alternative<Datagram>(ReadFrame(frames[0])));
 }
 
 // Byte offsets in a frame: 14 of Ethernet, then the IPv4 header of 20.

@@ -65,6 +65,30 @@ protected:
     Outbox m_outbox{1, 0};
 };
 
+TEST_F(SimResponder, SharedAddressIsAnsweredByTheHostThatWasMeant) {
+    auto cameras = Cameras(2);
+    cameras[1].ip = cameras[0].ip;
+    cameras[0].mac = {2, 0, 0, 0, 0, 1};
+    cameras[1].mac = {2, 0, 0, 0, 0, 2};
+    Responder responder(cameras, ResponderOptions{}, m_outbox);
+    Datagram probe{kSearcher, {cameras[0].ip, 3702}, ProbeText()};
+    probe.toMac = cameras[1].mac;
+    responder.OnDatagram(probe, kStart);
+    EXPECT_EQ(cameras[0].probesSeen, 0U);
+    EXPECT_EQ(cameras[1].probesSeen, 1U);
+    m_outbox.SendDue(kStart + std::chrono::seconds(1), m_network);
+    ASSERT_THAT(m_network.m_sent, SizeIs(1));
+    EXPECT_EQ(m_network.m_sent[0].fromMac, cameras[1].mac);
+}
+
+TEST_F(SimResponder, SharedAddressWithoutEthernetIsAnsweredByAll) {
+    auto cameras = Cameras(2);
+    cameras[1].ip = cameras[0].ip;
+    Responder responder(cameras, ResponderOptions{}, m_outbox);
+    Search(responder, {cameras[0].ip, 3702});
+    EXPECT_THAT(m_network.m_sent, SizeIs(2));
+}
+
 TEST_F(SimResponder, EveryCameraRepliesOnceToWhereTheProbeCameFrom) {
     auto cameras = Cameras(3);
     Responder responder(cameras, {}, m_outbox);
