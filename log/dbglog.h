@@ -73,8 +73,12 @@ inline bool Passes(LOG_CATEG category, LOG_LEVEL level) {
 // The logging operation: gate, then one call of the printer with the place of the call. It is a
 // macro for the call's own line and function name, and so that nothing behind a refused gate, the
 // arguments included, is evaluated.
-#define DBG_LOG(category, level, file, ...)                                                       \
+#define DBG_LOG(category, level, file, ...) \
+    DBG_LOG_OF(static_cast<const char*>(__func__), category, level, file, __VA_ARGS__)
+
+// The same in the name of another function, for a part of it that has its own.
+#define DBG_LOG_OF(function, category, level, file, ...)                                          \
     (DbgLog::Passes(category, level)                                                              \
          ? ZelPrintf(LOG_TYPE_DEFAULT, Enum2String(category), Enum2String(level), file, __LINE__, \
-                     static_cast<const char*>(__func__), __VA_ARGS__)                             \
+                     function, __VA_ARGS__)                                                       \
          : void())

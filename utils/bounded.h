@@ -9,11 +9,13 @@
 // and an empty datagram ends a receive at once, so that the next Probes follow at once
 // (ThreadFunc). A build with LANSCOUT_BOUNDED bounds all three, and what a flood of senders brings
 // with it: how many are kept (RecvProbeMatchMessage) and how long arping runs for those who do not
-// answer (GetMACAddr). These places ask this constant and nothing else depends on it.
+// answer (GetMACAddr). A wall clock that is set back lengthens a search in the same way
+// (RunCycles). These places ask this constant and nothing else depends on it.
 inline constexpr bool kBounded = LANSCOUT_BOUNDED != 0;
 
-// Bounded builds only. A receive ends, and arping runs no more, when a search is so long beyond its
-// time; two pairs of Probes are at least so far apart; a search keeps replies of so many senders.
+// Bounded builds only. Receive and search end, and arping runs no more, when a search is so long
+// beyond its time; two pairs of Probes are at least so far apart; a search keeps replies of so many
+// senders.
 inline constexpr int kOverdueSeconds = 30;
 inline constexpr std::int64_t kProbeIntervalMicroseconds = 100'000;
 inline constexpr std::size_t kMaxSenders = 65536;

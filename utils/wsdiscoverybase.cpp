@@ -23,6 +23,7 @@
 #include "host/karnexec.h"
 #include "host/sdkfuncdata.h"
 #include "utils/bounded.h"
+#include "utils/searchclock.h"
 #include "utils/wslog.h"
 #include "utils/xmlguard.h"
 
@@ -122,23 +123,6 @@ int OpenDatagramSocket() {
     return sock;
 }
 
-std::int64_t MonotonicMicroseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
-}
-
-// Waits until two pairs of Probes are far enough apart, and notes the time of the next pair.
-[[maybe_unused]] void PaceProbes(std::int64_t& lastPair) {
-    const std::int64_t due = lastPair + kProbeIntervalMicroseconds;
-    while (MonotonicMicroseconds() < due) {
-        const timespec until{static_cast<time_t>(due / 1'000'000),
-                             static_cast<long>(due % 1'000'000 * 1000)};
-        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
-    }
-    lastPair = MonotonicMicroseconds();
-}
-
 std::string FormatMac(const sockaddr& hardware) {
     unsigned char bytes[6];
     memcpy(bytes, hardware.sa_data, sizeof(bytes));
@@ -208,8 +192,10 @@ bool WSDiscoveryBase::IsTimeout() {
 
 bool WSDiscoveryBase::IsOverdue() {
     const std::time_t start = LoadRelaxed(m_startTime);
-    return start != 0 &&
-           difftime(time(nullptr), start) > static_cast<double>(m_timeout) + kOverdueSeconds;
+    const double passed = t_probingSince == 0
+                              ? difftime(time(nullptr), start)
+                              : static_cast<double>(MonotonicMicroseconds() - t_probingSince) / 1e6;
+    return start != 0 && passed > static_cast<double>(m_timeout) + kOverdueSeconds;
 }
 
 bool WSDiscoveryBase::IsDuplicatedCam(const std::string& ip) {
@@ -250,62 +236,81 @@ void* WSDiscoveryBase::ThreadFunc(void* arg) {
     int sock = OpenDatagramSocket();
     const int error = errno;
     const Descriptor owner(sock);
-    if (sock == -1) {
-        WS_LOG(LOG_LEVEL_ERROR, "Create socket failed. [%d]\n", error);
-    } else if (search.SetupSocketParam(sock) != 0) {
-        WS_LOG(LOG_LEVEL_NOTICE, "SetupSocketParam failed.\n");
-    } else {
-        // The duration counts from here, when the socket is ready.
-        StoreRelaxed(search.m_startTime, time(nullptr));
-        try {
-            // The addresses in the list. IsDuplicatedCam gives the same answers, but walks the list
-            // for each sender in each cycle.
-            std::unordered_set<std::string> listed;
-            for (const ONVIF_CAM_SEARCH_INFO& info : search.m_vecCamInfo) {
-                listed.insert(info.strIp);
-            }
-            std::int64_t lastPair = 0;
-            // The running flag is not asked: only the duration or a failed send ends a search.
-            while (!search.IsTimeout()) {
-                // An empty datagram ends the receive below at once; without the pace, whoever sends
-                // them makes this loop multicast as fast as it can.
-                if constexpr (kBounded) {
-                    PaceProbes(lastPair);
-                }
-                // Both in every cycle, NVT first.
-                if (search.SendProbeMessage(sock, ONVIF_PROBE_NVT) != 0 ||
-                    search.SendProbeMessage(sock, ONVIF_PROBE_DEVICE) != 0) {
-                    break;
-                }
-                search.RecvProbeMatchMessage(sock, replies);
-                for (auto& [ip, reply] : replies) {
-                    if (listed.contains(ip)) {
-                        continue;
-                    }
-                    std::string port = kDefaultPort;
-                    std::string hardware;
-                    std::string mac = kUnknownMac;
-                    // Whatever of the two fails, the camera is listed with what is preset here.
-                    search.GetMACAddr(ip, mac);
-                    search.ParseProbeMatchMessage(ip, reply, port, hardware);
-                    WS_LOG(LOG_LEVEL_INFO, "Camera found: IP: [%s], port: [%s], hardware: [%s]\n",
-                           ip.c_str(), port.c_str(), hardware.c_str());
-                    search.AppendCam(ip, port, hardware, mac);
-                    listed.insert(ip);
-                    if constexpr (kBounded) {
-                        Release(reply);
-                    }
-                }
-            }
-        } catch (const std::bad_alloc&) {
-            // The search ends here, with what it has listed.
+    try {
+        if (sock == -1) {
+            WS_LOG(LOG_LEVEL_ERROR, "Create socket failed. [%d]\n", error);
+        } else if (search.SetupSocketParam(sock) != 0) {
+            WS_LOG(LOG_LEVEL_NOTICE, "SetupSocketParam failed.\n");
+        } else {
+            search.RunCycles(sock, replies);
         }
+    } catch (const std::bad_alloc&) {
+        // The search ends here, with what it has listed.
     }
     const MutexLock lock(search.m_mutex);
     StoreRelaxed(search.m_bRunning, false);
-    WS_LOG(LOG_LEVEL_INFO, "Total camera found: %d\n",
-           static_cast<int>(search.m_vecCamInfo.size()));
+    try {
+        WS_LOG(LOG_LEVEL_INFO, "Total camera found: %d\n",
+               static_cast<int>(search.m_vecCamInfo.size()));
+    } catch (const std::bad_alloc&) {
+        // It ends without this line.
+    }
     return nullptr;
+}
+
+void WSDiscoveryBase::RunCycles(int sock, std::map<std::string, std::string>& replies) {
+    // The duration counts from here, when the socket is ready.
+    StoreRelaxed(m_startTime, time(nullptr));
+    const ProbingSince since(kBounded ? MonotonicMicroseconds() : 0);
+    // The addresses in the list. IsDuplicatedCam gives the same answers, but walks the list for
+    // each sender in each cycle.
+    std::unordered_set<std::string> listed;
+    for (const ONVIF_CAM_SEARCH_INFO& info : m_vecCamInfo) {
+        listed.insert(info.strIp);
+    }
+    std::int64_t lastPair = 0;
+    // The running flag is not asked: only the duration or a failed send ends a search.
+    while (!IsTimeout()) {
+        if constexpr (kBounded) {
+            // A wall clock that was set back lengthens the duration, but not for ever.
+            if (IsOverdue()) {
+                return;
+            }
+            // An empty datagram ends the receive below at once; without the pace, whoever sends
+            // them makes this loop multicast as fast as it can.
+            PaceProbes(lastPair);
+        }
+        // Both in every cycle, NVT first.
+        if (SendProbeMessage(sock, ONVIF_PROBE_NVT) != 0 ||
+            SendProbeMessage(sock, ONVIF_PROBE_DEVICE) != 0) {
+            return;
+        }
+        RecvProbeMatchMessage(sock, replies);
+        ListReplies(replies, listed);
+    }
+}
+
+void WSDiscoveryBase::ListReplies(std::map<std::string, std::string>& replies,
+                                  std::unordered_set<std::string>& listed) {
+    for (auto& [ip, reply] : replies) {
+        if (listed.contains(ip)) {
+            continue;
+        }
+        std::string port = kDefaultPort;
+        std::string hardware;
+        std::string mac = kUnknownMac;
+        // Whatever of the two fails, the camera is listed with what is preset here.
+        GetMACAddr(ip, mac);
+        ParseProbeMatchMessage(ip, reply, port, hardware);
+        WS_LOG_OF("ThreadFunc", LOG_LEVEL_INFO,
+                  "Camera found: IP: [%s], port: [%s], hardware: [%s]\n", ip.c_str(), port.c_str(),
+                  hardware.c_str());
+        AppendCam(ip, port, hardware, mac);
+        listed.insert(ip);
+        if constexpr (kBounded) {
+            Release(reply);
+        }
+    }
 }
 
 void WSDiscoveryBase::AppendCam(const std::string& ip, const std::string& port,

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <map>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 // libxml2's types, so that callers need not have its headers.
@@ -109,8 +110,18 @@ protected:
     // The discovery thread's body; `arg` is the object. Always returns null.
     static void* ThreadFunc(void* arg);
 
+    // The discovery thread's cycles: Probes, replies, records, until the duration has passed or a
+    // send fails.
+    [[gnu::visibility("hidden")]] void RunCycles(int sock,
+                                                 std::map<std::string, std::string>& replies);
+
+    // Makes a record of each reply whose sender is not in `listed` yet, and adds the sender to it.
+    [[gnu::visibility("hidden")]] void ListReplies(std::map<std::string, std::string> & replies,
+                                                   std::unordered_set<std::string> & listed);
+
     // Whether a search has gone on so long beyond its duration that a bounded build ends what may
-    // take for ever. Discovery thread.
+    // take for ever. The discovery thread counts by a clock that nobody can set; elsewhere only the
+    // wall clock is known.
     bool IsOverdue();
 
     // Appends one record to the result list, under the lock. Discovery thread.

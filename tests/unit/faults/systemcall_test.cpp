@@ -20,6 +20,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+constexpr bool kBounded = LANSCOUT_BOUNDED != 0;
 constexpr std::time_t kDay = 86'400;
 
 std::string Reply() {
@@ -201,9 +202,46 @@ TEST_F(ClockFault, ClockSetForwardADayEndsTheSearchAfterItsCycle) {
     EXPECT_EQ(Cycles(kDay), 2U);
 }
 
-// The duration counts seconds of the wall clock, and so the search lasts a day longer.
-TEST_F(ClockFault, ClockSetBackADayMakesTheSearchADayLonger) {
-    EXPECT_EQ(Cycles(-kDay), 4U + kDay / 3);
+// The duration counts seconds of the wall clock, and so the search lasts a day longer. A bounded
+// one ends 30 seconds after its duration, which is after the cycle of second 39.
+TEST_F(ClockFault, ClockSetBackADayMakesTheSearchADayLongerOnlyInTheDefaultBuild) {
+    EXPECT_EQ(Cycles(-kDay), kBounded ? 14U : 4U + kDay / 3);
+}
+
+TEST_F(ClockFault, ReceiveThatNeverFallsSilentIsEndedAlsoWhenTheClockIsSetBack) {
+    ScriptedNetwork network;
+    network.Neighbour("192.168.1.20", "abcdef");
+    std::time_t set = 0;
+    network.Then([&set] { set = -kDay; });
+    for (int i = 0; i < 100; ++i) {
+        network.Reply("192.168.1.20", Reply(), 2);
+    }
+    FakeSystem::Current().time = [&] { return network.Now() + set; };
+    FakeSystem::Current().sendto = [&, send = FakeSystem::Current().sendto, count = 0](
+                                       int fd, const void* data, size_t size, int flags,
+                                       const sockaddr* to, socklen_t length) mutable {
+        set = count++ < 2 ? set : 2 * kDay;  // no second cycle: what is left in the script counts
+        return send(fd, data, size, flags, to, length);
+    };
+    OpenSearch search("192.168.1.2", 5);
+    search.StartSearch();
+    search.StopSearch();
+    EXPECT_EQ(network.Events("send NVT").size(), kBounded ? 1U : 2U);
+    EXPECT_LE(network.Now() - ScriptedNetwork::kStart, kBounded ? 5 + 30 + 2 : 200 + 6);
+}
+
+// The camera has no ARP entry, and its reply is looked at after the clock was set.
+TEST_F(ClockFault, ClockSetForwardADayCostsNoCameraItsMacAddress) {
+    ScriptedNetwork network;
+    std::time_t set = 0;
+    network.Reply("192.168.1.20", Reply());
+    network.Then([&set] { set = kDay; });
+    FakeSystem::Current().time = [&] { return network.Now() + set; };
+    OpenSearch search("192.168.1.2", 10);
+    search.StartSearch();
+    search.StopSearch();
+    EXPECT_EQ(search.CamCountGet(), 1);
+    EXPECT_EQ(RecordingHost::ExeclRuns().size(), 3U);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -251,6 +252,29 @@ TEST_F(DiscoveryThread, TotalIsLoggedUnderTheLockAndBeforeTheClose) {
     };
     Run(search);
     EXPECT_THAT(seen, ElementsAre("Total camera found: 0\n", "close"));
+}
+
+TEST_F(DiscoveryThread, SearchEndsAlsoWhenItsLastLineFindsNoMemory) {
+    m_network.Reply("192.168.1.20", Reply("81", "A"));
+    OpenSearch search("192.168.1.2", 2);
+    RecordingHost::SetLogHook([](const RecordingHost::LogLine& line) {
+        if (line.message.starts_with("Total")) {
+            throw std::bad_alloc();
+        }
+    });
+    EXPECT_EQ(Run(search).size(), 1U);
+    EXPECT_THAT(m_network.Events("close"), ElementsAre("close arp", "close"));
+    EXPECT_EQ(pthread_mutex_trylock(&search.m_mutex), 0);
+    pthread_mutex_unlock(&search.m_mutex);
+}
+
+TEST_F(DiscoveryThread, SearchWithoutASocketEndsAlsoWhenItsLinesFindNoMemory) {
+    m_network.FailSocket(EMFILE);
+    OpenSearch search("192.168.1.2", 2);
+    RecordingHost::SetLogHook([](const RecordingHost::LogLine&) { throw std::bad_alloc(); });
+    EXPECT_THAT(Run(search), IsEmpty());
+    EXPECT_EQ(pthread_mutex_trylock(&search.m_mutex), 0);
+    pthread_mutex_unlock(&search.m_mutex);
 }
 
 TEST_F(DiscoveryThread, RefusedSocketIsLoggedAndNothingClosed) {
