@@ -84,10 +84,16 @@ void GateRefusedByCategory(benchmark::State& state) {
 }
 
 void GateRefusedByProcess(benchmark::State& state) {
-    StandaloneHost::AttachLogConfig();
-    StandaloneHost::SetCategoryLevel(LOG_CATEG_DISCOVERY, LOG_LEVEL_NOTICE);
-    StandaloneHost::AddProcessLevel(static_cast<int>(getpid()), LOG_LEVEL_NOTICE);
+    struct {
+        ZelDbgLogCfg config;
+        ZelDbgLogProc process;
+    } record{};
+    record.config.aCategLevel[LOG_CATEG_DISCOVERY] = LOG_LEVEL_NOTICE;
+    record.config.nProcCount = 1;
+    record.process = {static_cast<std::int32_t>(getpid()), LOG_LEVEL_NOTICE};
+    g_pDbgLogCfg = &record.config;
     Refuse(state);
+    StandaloneHost::DetachLogConfig();
 }
 
 // Whatever else runs on the machine only ever adds.

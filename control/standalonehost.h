@@ -42,7 +42,7 @@ using LogSink = void (*)(const LogRecord& record, void* cookie);
 void SetLogSink(LogSink sink, void* cookie);
 
 // Attaches this process's in-memory configuration record (g_pDbgLogCfg), with every category at
-// level 0 and no process entries. Attaching again resets both.
+// level 0 and no process entries. Attaching again resets the levels.
 // Without a record, which is the default, lines of level 3 and lower are printed.
 void AttachLogConfig();
 
@@ -53,16 +53,6 @@ void DetachLogConfig();
 // Sets the level of one category in the record (attached or not); false for a category outside
 // 0..511. LOG_CATEG_DISCOVERY is the one that the library logs under.
 bool SetCategoryLevel(LOG_CATEG category, int level);
-
-// The number of process entries that the record has room for.
-inline constexpr int kMaxProcessEntries = 64;
-
-// Appends an entry to the record (attached or not) that raises one process to `level`; the first
-// entry of a process counts. False when the table is full.
-bool AddProcessLevel(int pid, int level);
-
-// Removes every process entry.
-void ClearProcessLevels();
 
 // Runs a program in the host's place and waits until it has ended. `arguments` is the program's
 // argument list, its own path first, closed by a null pointer; it is valid until the runner

@@ -10,10 +10,6 @@ struct _tag_NETINFO_ {
     std::int32_t nIndex;   // interface index
     std::int32_t bUsable;  // 0: the interface is not usable (down)
     char szName[16];       // device name, NUL-terminated
-    char szIp[16];         // the IPv4 address asked for, dotted-decimal
-    char szNetmask[16];    // its netmask, dotted-decimal
-    char szBroadcast[16];  // its broadcast address, dotted-decimal; empty where there is none
-    char szMac[18];        // hardware address as AA:BB:CC:DD:EE:FF; empty where there is none
 };
 static_assert(offsetof(_tag_NETINFO_, bUsable) == 4);
 static_assert(offsetof(_tag_NETINFO_, szName) == 8);

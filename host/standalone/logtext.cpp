@@ -1,5 +1,8 @@
 #include "host/standalone/logtext.h"
 
+#include <unictype.h>
+#include <unistr.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -7,57 +10,17 @@
 
 namespace {
 
-struct Character {
-    std::size_t bytes = 0;  // 0: not UTF-8
-    char32_t code = 0;
-};
-
-// How many bytes a UTF-8 sequence with this first byte has; 0 where none may start.
-std::size_t SequenceLength(unsigned char lead) {
-    if (lead < 0x80) {
-        return 1;
-    }
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        return 2;
-    }
-    if (lead >= 0xE0 && lead <= 0xEF) {
-        return 3;
-    }
-    return lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
+// The first character of a text that is not empty. The number of its bytes, and `code`; 0 or less
+// where the text does not begin with whole and valid UTF-8.
+int FirstCharacter(std::string_view text, ucs4_t& code) {
+    return u8_mbtoucr(&code, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
 }
 
-// The first character of a text that is not empty (RFC 3629: no overlong forms, no surrogates,
-// nothing above U+10FFFF).
-Character FirstCharacter(std::string_view text) {
-    const auto lead = static_cast<unsigned char>(text[0]);
-    const std::size_t length = SequenceLength(lead);
-    if (length == 0 || length > text.size()) {
-        return {};
-    }
-    if (length == 1) {
-        return {1, lead};
-    }
-    char32_t code = lead & (0x7Fu >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if ((byte & 0xC0u) != 0x80u) {
-            return {};
-        }
-        code = code << 6 | (byte & 0x3Fu);
-    }
-    constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (code < kSmallest[length] || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF) {
-        return {};
-    }
-    return {length, code};
-}
-
-bool IsHarmless(char32_t code) {
-    const bool control = code < 0x20 || (code >= 0x7F && code <= 0x9F);
-    const bool lineBreak = code == 0x2028 || code == 0x2029;
-    const bool direction = code == 0x061C || code == 0x200E || code == 0x200F ||
-                           (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
-    return !control && !lineBreak && !direction && code != '\\';
+bool IsHarmless(ucs4_t code) {
+    constexpr std::uint32_t kControlOrLineBreak =
+        UC_CATEGORY_MASK_Cc | UC_CATEGORY_MASK_Zl | UC_CATEGORY_MASK_Zp;
+    return !uc_is_general_category_withtable(code, kControlOrLineBreak) &&
+           !uc_is_property_bidi_control(code) && code != '\\';
 }
 
 }  // namespace
@@ -107,9 +70,10 @@ void LogText::AppendEscaped(unsigned char byte) {
 
 void LogText::AppendVisible(std::string_view text) {
     while (!text.empty()) {
-        const Character first = FirstCharacter(text);
-        const std::size_t length = std::max<std::size_t>(first.bytes, 1);
-        if (first.bytes != 0 && IsHarmless(first.code)) {
+        ucs4_t code = 0;
+        const int bytes = FirstCharacter(text, code);
+        const auto length = static_cast<std::size_t>(std::max(bytes, 1));
+        if (bytes > 0 && IsHarmless(code)) {
             Append(text.substr(0, length));
         } else {
             for (const char byte : text.substr(0, length)) {

@@ -1,10 +1,6 @@
 #include <net/if.h>
-#include <net/if_arp.h>
 #include <netpacket/packet.h>
 
-#include <arpa/inet.h>
-
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 
@@ -47,33 +43,14 @@ const ifaddrs* FindDevice(const ifaddrs* list, std::string_view name) {
     return nullptr;
 }
 
-template <std::size_t Size>
-void WriteAddress(const sockaddr* address, char (&text)[Size]) {
-    if (const auto ipv4 = Ipv4Of(address)) {
-        inet_ntop(AF_INET, &*ipv4, text, Size);
-    }
-}
-
-// The field is shared with the peer of a point-to-point link, and glibc puts the address itself
-// into it where an address was given none.
-bool HasBroadcast(const ifaddrs& entry, in_addr own) {
-    const auto broadcast = Ipv4Of(entry.ifa_broadaddr);
-    return (entry.ifa_flags & IFF_BROADCAST) != 0 && broadcast && broadcast->s_addr != own.s_addr;
-}
-
-void WriteLinkLayer(const sockaddr* address, _tag_NETINFO_& info) {
-    if (address == nullptr) {
-        info.nIndex = static_cast<std::int32_t>(if_nametoindex(info.szName));
-        return;
+// The index is not among what getifaddrs tells of a device without a link layer address.
+std::int32_t IndexOf(const ifaddrs& device, const char* name) {
+    if (device.ifa_addr == nullptr) {
+        return static_cast<std::int32_t>(if_nametoindex(name));
     }
     sockaddr_ll link{};
-    std::memcpy(&link, address, sizeof link);
-    info.nIndex = link.sll_ifindex;
-    const unsigned char* mac = link.sll_addr;
-    if (link.sll_halen == 6 && link.sll_hatype != ARPHRD_LOOPBACK) {
-        std::snprintf(info.szMac, sizeof info.szMac, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0],
-                      mac[1], mac[2], mac[3], mac[4], mac[5]);
-    }
+    std::memcpy(&link, device.ifa_addr, sizeof link);
+    return link.sll_ifindex;
 }
 
 }  // namespace
@@ -93,12 +70,7 @@ int SDKFuncData::NetGetCard1(const std::string& strIp, _tag_NETINFO_& info) {
     // callers want and ask for but once, is right all the same.
     found.bUsable = (entry->ifa_flags & IFF_UP) != 0 ? 1 : 0;
     name.copy(found.szName, sizeof found.szName - 1);
-    WriteAddress(entry->ifa_addr, found.szIp);
-    WriteAddress(entry->ifa_netmask, found.szNetmask);
-    if (HasBroadcast(*entry, *wanted)) {
-        WriteAddress(entry->ifa_broadaddr, found.szBroadcast);
-    }
-    WriteLinkLayer(device->ifa_addr, found);
+    found.nIndex = IndexOf(*device, found.szName);
     info = found;
     return 1;
 }

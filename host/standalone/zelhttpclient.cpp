@@ -153,20 +153,24 @@ bool HasHeader(CURL* curl, const char* name) {
     return curl_easy_header(curl, name, 0, CURLH_HEADER, -1, &header) == CURLHE_OK;
 }
 
-// Whether every length header of the answer says `length` in plain digits. Signs, lists and lines
-// that contradict each other are what attacks on parsers are made of (RFC 9112, 6.3).
-bool LengthHeadersSay(CURL* curl, std::size_t length) {
+// The length that an answer promises: what every length header of it says, in plain digits. Signs,
+// lists and lines that contradict each other are what attacks on parsers are made of (RFC 9112,
+// 6.3), and give none; nor does more than this client takes.
+std::optional<std::size_t> PromisedLength(CURL* curl) {
+    std::optional<std::size_t> promised;
     curl_header* header = nullptr;
     for (std::size_t i = 0;
          curl_easy_header(curl, "Content-Length", i, CURLH_HEADER, -1, &header) == CURLHE_OK; ++i) {
         const std::string_view text(header->value);
         std::size_t said = 0;
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), said);
-        if (error != std::errc() || end != text.data() + text.size() || said != length) {
-            return false;
+        if (error != std::errc() || end != text.data() + text.size() || said > kMaxBodyBytes ||
+            promised.value_or(said) != said) {
+            return std::nullopt;
         }
+        promised = said;
     }
-    return true;
+    return promised;
 }
 
 }  // namespace
@@ -185,7 +189,7 @@ struct ZelNet::ZelHttpClient::Impl {
     Request m_request;
     std::string m_strBody;
     std::size_t m_readBytes = 0;
-    bool m_bHasLength = false;
+    std::optional<std::size_t> m_promised;  // the length header, where the answer goes by it
 };
 
 bool ZelNet::ZelHttpClient::Impl::Fetch(const std::string& contentType) {
@@ -209,23 +213,28 @@ bool ZelNet::ZelHttpClient::Impl::Perform(CURL* curl, const std::string& url,
     answer.peer.sin_addr = *ParseIpv4(m_request.strHost);
     answer.peer.sin_port = htons(static_cast<std::uint16_t>(m_request.nPort));
     const CurlList headers = RequestHeaders(contentType);
-    long status = 0;
     if (!headers || !Restrict(curl) || !Receive(curl, answer) ||
         !Set(curl, CURLOPT_URL, url.c_str()) || !Set(curl, CURLOPT_HTTPHEADER, headers.get()) ||
-        !Set(curl, CURLOPT_TIMEOUT_MS, 1000L * m_request.nTimeoutSeconds) ||
-        curl_easy_perform(curl) != CURLE_OK ||
-        curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status) != CURLE_OK || status != 200) {
+        !Set(curl, CURLOPT_TIMEOUT_MS, 1000L * m_request.nTimeoutSeconds)) {
+        return false;
+    }
+    const CURLcode code = curl_easy_perform(curl);
+    long status = 0;
+    if (curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status) != CURLE_OK || status != 200) {
         return false;
     }
     // A chunked answer's length is that of its chunks, whatever a length header beside them says
     // (RFC 9112, 6.3).
     const bool hasLength =
         HasHeader(curl, "Content-Length") && !HasHeader(curl, "Transfer-Encoding");
-    if (hasLength && !LengthHeadersSay(curl, answer.strBody.size())) {
+    const std::optional<std::size_t> promised = hasLength ? PromisedLength(curl) : std::nullopt;
+    // Devices promise more than they send: what came before the orderly end is the whole document.
+    const bool whole = code == CURLE_OK || (code == CURLE_PARTIAL_FILE && hasLength);
+    if (!whole || (hasLength && (!promised || answer.strBody.size() > *promised))) {
         return false;
     }
     m_strBody = std::move(answer.strBody);
-    m_bHasLength = hasLength;
+    m_promised = promised;
     return true;
 }
 
@@ -256,7 +265,7 @@ int ZelNet::ZelHttpClient::SendRequest(ZEL_HTTP_METHOD method, std::string body,
     }
     m_pImpl->m_strBody.clear();
     m_pImpl->m_readBytes = 0;
-    m_pImpl->m_bHasLength = false;
+    m_pImpl->m_promised.reset();
     if (method != ZEL_HTTP_GET || !body.empty()) {
         return -1;
     }
@@ -270,8 +279,8 @@ int ZelNet::ZelHttpClient::SendRequest(ZEL_HTTP_METHOD method, std::string body,
 // NOLINTEND(performance-unnecessary-value-param)
 
 void ZelNet::ZelHttpClient::GetHttpContent(HTTP_MAP_KEY key, std::string& value) const {
-    const bool known = m_pImpl && m_pImpl->m_bHasLength && key == HTTP_KEY_CONTENT_LENGTH;
-    value = known ? std::to_string(m_pImpl->m_strBody.size()) : std::string();
+    const bool known = m_pImpl && m_pImpl->m_promised && key == HTTP_KEY_CONTENT_LENGTH;
+    value = known ? std::to_string(*m_pImpl->m_promised) : std::string();
 }
 
 int ZelNet::ZelHttpClient::ReadData(char* buf, int size) {

@@ -139,15 +139,15 @@ def test_odd_descriptions_are_handed_over_or_dropped(network):
         "/not-utf8": (answer(b"<friendlyName>\xff\xfe</friendlyName>"), 31),
         "/no-length": (answer(b"x" * 5000, headers=[]), 2048),
         "/chunked": (answer(chunked, headers=["Transfer-Encoding: chunked"]), len(good)),
-        "/64k": (answer(b"x" * 65536), 65536)}
+        "/64k": (answer(b"x" * 65536), 65536),
+        "/promises-more-than-it-sends": (answer(good, headers=["Content-Length: 1000"]), len(good))}
     dropped = {
         "/empty": answer(b""),
         "/404": answer(good, "404 Not Found"),
         "/500": answer(good, "500 Internal Server Error"),
         "/reset": reset,
         "/nothing": b"",
-        "/promises-2-gib": answer(good, headers=["Content-Length: 2147483647"]),
-        "/promises-more-than-it-sends": answer(good, headers=["Content-Length: 1000"])}
+        "/promises-2-gib": answer(good, headers=["Content-Length: 2147483647"])}
     pages = {path: page for path, (page, _) in handed_over.items()} | dropped
     base = f"http://{OTHER}:8000"
     locations = [base + path for path in pages] + [base, f"http:/{OTHER}/", "no URL", "//"]

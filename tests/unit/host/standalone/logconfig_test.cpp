@@ -42,13 +42,11 @@ TEST_F(LogConfigTest, AttachedRecordHasLevelsOfZeroAndNoEntries) {
     EXPECT_FALSE(Passes(LOG_LEVEL_ERROR));
 }
 
-TEST_F(LogConfigTest, AttachingAgainResetsLevelsAndEntries) {
+TEST_F(LogConfigTest, AttachingAgainResetsLevels) {
     StandaloneHost::AttachLogConfig();
     StandaloneHost::SetCategoryLevel(LOG_CATEG_DISCOVERY, 4);
-    StandaloneHost::AddProcessLevel(getpid(), 4);
     StandaloneHost::AttachLogConfig();
     EXPECT_FALSE(Passes(LOG_LEVEL_ERROR));
-    EXPECT_EQ(g_pDbgLogCfg->nProcCount, 0);
 }
 
 TEST_F(LogConfigTest, CategoryLevelIsWhatTheGateGoesBy) {
@@ -88,61 +86,15 @@ TEST_F(LogConfigTest, LevelSetWhileDetachedIsInTheRecordThatAReaderStillHas) {
     EXPECT_EQ(record->aCategLevel[LOG_CATEG_DISCOVERY], 4);
 }
 
-TEST_F(LogConfigTest, EntryAddedWhileDetachedIsInTheRecordThatAReaderStillHas) {
-    StandaloneHost::AttachLogConfig();
-    const ZelDbgLogCfg* const record = g_pDbgLogCfg;
-    StandaloneHost::DetachLogConfig();
-    EXPECT_TRUE(StandaloneHost::AddProcessLevel(getpid(), 4));
-    EXPECT_EQ(record->nProcCount, 1);
-}
-
-TEST_F(LogConfigTest, EntryRaisesThisProcess) {
-    StandaloneHost::AttachLogConfig();
-    EXPECT_TRUE(StandaloneHost::AddProcessLevel(getpid(), 3));
-    EXPECT_TRUE(Passes(LOG_LEVEL_NOTICE));
-    EXPECT_FALSE(Passes(LOG_LEVEL_INFO));
-}
-
-TEST_F(LogConfigTest, EntryOfAnotherProcessDoesNotRaiseThisOne) {
-    StandaloneHost::AttachLogConfig();
-    EXPECT_TRUE(StandaloneHost::AddProcessLevel(getpid() + 1, 4));
-    EXPECT_FALSE(Passes(LOG_LEVEL_ERROR));
-}
-
-TEST_F(LogConfigTest, FirstEntryOfAProcessCounts) {
-    StandaloneHost::AttachLogConfig();
-    StandaloneHost::AddProcessLevel(getpid(), 1);
-    StandaloneHost::AddProcessLevel(getpid(), 4);
-    EXPECT_TRUE(Passes(LOG_LEVEL_ERROR));
-    EXPECT_FALSE(Passes(LOG_LEVEL_NOTICE));
-}
-
-TEST_F(LogConfigTest, ClearedEntriesRaiseNothing) {
-    StandaloneHost::AttachLogConfig();
-    StandaloneHost::SetCategoryLevel(LOG_CATEG_DISCOVERY, 1);
-    StandaloneHost::AddProcessLevel(getpid(), 4);
-    StandaloneHost::ClearProcessLevels();
-    EXPECT_EQ(g_pDbgLogCfg->nProcCount, 0);
-    EXPECT_TRUE(Passes(LOG_LEVEL_ERROR));
-    EXPECT_FALSE(Passes(LOG_LEVEL_INFO));
-}
-
-TEST_F(LogConfigTest, TableTakesSixtyFourEntriesAndHasRoomAgainWhenCleared) {
-    StandaloneHost::AttachLogConfig();
-    for (int i = 1; i < StandaloneHost::kMaxProcessEntries; ++i) {
-        EXPECT_TRUE(StandaloneHost::AddProcessLevel(getpid() + i, 1)) << i;
-    }
-    EXPECT_TRUE(StandaloneHost::AddProcessLevel(getpid(), 4));
-    EXPECT_TRUE(Passes(LOG_LEVEL_INFO));
-    EXPECT_FALSE(StandaloneHost::AddProcessLevel(getpid(), 4));
-    EXPECT_EQ(g_pDbgLogCfg->nProcCount, StandaloneHost::kMaxProcessEntries);
-    StandaloneHost::ClearProcessLevels();
-    EXPECT_TRUE(StandaloneHost::AddProcessLevel(getpid(), 4));
-}
-
 TEST_F(LogConfigTest, ForkedChildGoesByItsOwnProcessId) {
-    StandaloneHost::AttachLogConfig();
-    StandaloneHost::AddProcessLevel(getpid(), 4);
+    // A record with one entry, which raises this process alone.
+    struct {
+        ZelDbgLogCfg config;
+        ZelDbgLogProc process;
+    } record{};
+    record.config.nProcCount = 1;
+    record.process = {static_cast<std::int32_t>(getpid()), 4};
+    g_pDbgLogCfg = &record.config;
     ASSERT_TRUE(Passes(LOG_LEVEL_INFO));
     ASSERT_EQ(g_DbgLogPid, getpid());
     const pid_t child = fork();
@@ -174,8 +126,6 @@ TEST_F(LogConfigTest, RecordMayChangeWhileOtherThreadsPassTheGate) {
     for (int i = 0; i < 200; ++i) {
         StandaloneHost::AttachLogConfig();
         StandaloneHost::SetCategoryLevel(LOG_CATEG_DISCOVERY, i % 5);
-        StandaloneHost::AddProcessLevel(getpid(), i % 5);
-        StandaloneHost::ClearProcessLevels();
         StandaloneHost::DetachLogConfig();
     }
     done = true;
