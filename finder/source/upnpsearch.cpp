@@ -27,9 +27,8 @@ constexpr int kPortsPerSearch = 64;  // so that searches at once try different o
 constexpr int kLastPort = 65535;
 constexpr int kSsdpPort = 1900;  // UPnP Device Architecture 1.0
 
-// libupnp binds to the interface's IPv6 address too from 1.14 on. That is refused while the kernel
-// looks whether another host has the address, a second or two after the interface came up.
-constexpr bool kBindsIpv6 = UPNP_VERSION >= 11400;
+// Newer releases of libupnp bind to the interface's IPv6 address too. That is refused while the
+// kernel looks whether another host has the address, a second or two after the interface came up.
 constexpr std::chrono::seconds kLongestIpv6Check{3};
 
 class Search : public UpnpSearchBase {
@@ -105,7 +104,7 @@ bool IsIpv6Tentative(const std::string& interface) {
     return false;
 }
 
-[[maybe_unused]] void AwaitIpv6(const std::string& label) {
+void AwaitIpv6(const std::string& label) {
     const std::string interface =
         label.substr(0, label.find(':'));  // an alias has no IPv6 of its own
     const auto end = std::chrono::steady_clock::now() + kLongestIpv6Check;
@@ -148,9 +147,7 @@ std::string StartFailure(const Target& target, int port, int code) {
 }  // namespace
 
 void RunUpnpSearch(const Target& target, int seconds, int number, Sender& sender) {
-    if constexpr (kBindsIpv6) {
-        AwaitIpv6(target.interface);
-    }
+    AwaitIpv6(target.interface);
     const std::optional<int> port = FindFreePort(number);
     if (!port) {
         return sender.Send(FailureMessage{"no TCP port is free for libupnp to listen at", 0});
