@@ -28,6 +28,15 @@ LISTED = {
     "no-arp": (OWN, OWN),
     "quiet-arp": (OWN, OWN),
     "device-only": (OWN, OWN),
+    "bad-utf8": (80, ""),
+    "latin-1": (OWN, OWN),
+    "utf-16": (OWN, OWN),
+    "wrong-relates-to": (OWN, OWN),
+    "nul-tail": (OWN, OWN),
+    "empty-xaddrs": (80, OWN),
+    "huge-xaddrs": (80, ""),
+    "no-match": (80, ""),
+    "same-uuid": (OWN, OWN),
 }
 WITHOUT_MAC = ("no-arp", "quiet-arp")
 UNLISTED = ("silent",)

@@ -122,6 +122,8 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
         ->check(CLI::Range(0, 60000).description(""))
         ->capture_default_str()
         ->type_name("MS");
+    app.add_flag("--lenient", options.isLenient,
+                 "answer Probes and searches that a strict device does not");
     app.add_option("--netns", options.netns, "name of the namespace, as for ip netns")
         ->check(CheckNamespaceName)
         ->type_name("NAME");

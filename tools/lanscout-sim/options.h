@@ -24,6 +24,8 @@ struct Options {
     double probeLossPercent = 0;
     double replyLossPercent = 0;
     std::chrono::milliseconds maxDelay{500};
+    bool isLenient = false;
+    std::vector<unsigned> shapes;  // of the generated cameras; none: all
     std::string netns;
     std::optional<Subnet> network;
     std::string tap = "sim0";

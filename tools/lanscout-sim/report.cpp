@@ -55,6 +55,15 @@ ordered_json ReportOf(const UpnpDevice& device) {
             {"descriptionsServed", device.descriptionsServed}};
 }
 
+template <typename Reason>
+ordered_json ByReason(const std::map<Reason, std::uint64_t>& refused) {
+    auto counts = ordered_json::object();
+    for (const auto& [reason, count] : refused) {
+        counts[std::string(NameOf(reason))] = count;
+    }
+    return counts;
+}
+
 }  // namespace
 
 ordered_json DevicesReport(const Population& population) {
@@ -69,16 +78,14 @@ ordered_json DevicesReport(const Population& population) {
 }
 
 ordered_json CountsReport(const AllCounts& counts) {
-    auto refused = ordered_json::object();
-    for (const auto& [error, count] : counts.cameras.refused) {
-        refused[std::string(NameOf(error))] = count;
-    }
     ordered_json report = {{"datagrams", counts.cameras.datagrams},
                            {"probes", counts.cameras.probes},
-                           {"refused", refused},
+                           {"resolves", counts.cameras.resolves},
+                           {"refused", ByReason(counts.cameras.refused)},
                            {"probesLost", counts.cameras.probesLost},
                            {"ssdpDatagrams", counts.upnp.datagrams},
                            {"searches", counts.upnp.searches},
+                           {"searchesRefused", ByReason(counts.upnp.refused)},
                            {"searchesLost", counts.upnp.searchesLost},
                            {"repliesSent", counts.outbox.sent},
                            {"repliesLost", counts.outbox.lost},

@@ -164,11 +164,14 @@ private:
                             m_scenario.upnpDevices, m_options.shares});
         const double loss = m_options.probeLossPercent / 100;
         m_cameras = std::make_unique<Responder>(
-            m_population.cameras, ResponderOptions{m_options.seed, m_options.maxDelay, loss},
+            m_population.cameras,
+            ResponderOptions{m_options.seed, m_options.maxDelay, loss,
+                             m_options.isLenient ? Strictness::Lenient : Strictness::Strict},
             m_outbox);
         m_upnp = std::make_unique<UpnpResponder>(
             m_population.upnpDevices,
-            UpnpResponderOptions{m_options.seed, m_options.maxDelay, loss}, m_outbox);
+            UpnpResponderOptions{m_options.seed, m_options.maxDelay, loss, m_options.isLenient},
+            m_outbox);
         m_server = std::make_unique<DescriptionServer>(m_population.upnpDevices);
     }
 
@@ -222,9 +225,21 @@ private:
 
     void Take(const Datagram& datagram) {
         if (datagram.to.port == kDiscoveryPort) {
-            m_cameras->OnDatagram(datagram, Clock::now());
+            Explain(datagram, m_cameras->OnDatagram(datagram, Clock::now()).refused, "a Probe");
         } else if (datagram.to.port == kSsdpPort) {
-            m_upnp->OnDatagram(datagram, Clock::now());
+            const auto refused = m_upnp->OnDatagram(datagram, Clock::now()).refused;
+            if (refused != SsdpError::OtherMessage) {
+                Explain(datagram, refused, "a search");
+            }
+        }
+    }
+
+    // The first refusal for each reason, so that a searcher's author sees why nobody answers.
+    template <typename Reason>
+    void Explain(const Datagram& datagram, const std::optional<Reason>& refused, const char* what) {
+        if (refused && m_explained.insert(fmt::format("{} {}", what, NameOf(*refused))).second) {
+            fmt::print(stderr, "lanscout-sim: nobody answers {} from {} port {}: {}\n", what,
+                       ToText(datagram.from.ip), datagram.from.port, NameOf(*refused));
         }
     }
 
@@ -285,6 +300,7 @@ private:
     std::unique_ptr<Command> m_command;
     std::optional<TimePoint> m_end;
     bool m_isStopped = false;
+    std::set<std::string> m_explained;
 };
 
 }  // namespace

@@ -22,4 +22,12 @@ std::string EscapeXml(std::string_view text) {
     return out;
 }
 
+std::string EscapeXmlAttribute(std::string_view text) {
+    std::string out;
+    for (const char c : text) {
+        out += c == '"' ? "&quot;" : c == '\'' ? "&apos;" : EscapeXml(std::string_view(&c, 1));
+    }
+    return out;
+}
+
 }  // namespace lansim

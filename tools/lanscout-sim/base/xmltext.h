@@ -8,5 +8,7 @@ namespace lansim {
 
 // The text as the content of an XML element.
 std::string EscapeXml(std::string_view text);
+// And as an attribute's value, in quotes of either kind.
+std::string EscapeXmlAttribute(std::string_view text);
 
 }  // namespace lansim

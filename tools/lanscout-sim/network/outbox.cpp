@@ -7,7 +7,7 @@ namespace lansim {
 constexpr std::chrono::milliseconds kRetryPause{1};
 
 void Outbox::Add(TimePoint due, Outgoing outgoing) {
-    if (m_random.Chance(m_loss)) {
+    if (Random(m_seed, {outgoing.draw}).Chance(m_loss)) {
         ++m_counts.lost;
         return;
     }
@@ -30,7 +30,7 @@ void Outbox::SendDue(TimePoint now, Network& network) {
 }
 
 void Outbox::Deliver(Entry entry, TimePoint now, Network& network) {
-    const auto& [from, to, write, sentCount, mac] = entry.outgoing;
+    const auto& [from, to, write, sentCount, mac, draw] = entry.outgoing;
     switch (network.Send({from, to, write(), mac, {}})) {
         case SendResult::Sent:
             ++m_counts.sent;

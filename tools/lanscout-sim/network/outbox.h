@@ -28,13 +28,14 @@ struct Outgoing {
     std::function<std::string()> write;  // called when it is sent
     std::uint64_t* sentCount = nullptr;  // counted up when it has been sent; may be null
     Mac mac{};                           // the sender's, where several share its IP address
+    std::uint64_t draw = 0;              // what the chance that it is lost comes from
 };
 
 // Datagrams that wait for their time. Time is an argument, so that tests own it.
 class Outbox {
 public:
     // `loss` is the probability, 0 to 1, with which a datagram is dropped.
-    Outbox(std::uint64_t seed, double loss) : m_random(seed), m_loss(loss) {}
+    Outbox(std::uint64_t seed, double loss) : m_seed(seed), m_loss(loss) {}
 
     void Add(TimePoint due, Outgoing outgoing);
     // When the next one is due; nothing when none waits.
@@ -56,7 +57,7 @@ private:
 
     void Deliver(Entry entry, TimePoint now, Network& network);
 
-    Random m_random;
+    std::uint64_t m_seed;
     double m_loss;
     OutboxCounts m_counts;
     std::priority_queue<Entry, std::vector<Entry>, std::greater<>> m_waiting;

@@ -1,17 +1,20 @@
-// One simulated ONVIF device.
+// One simulated ONVIF device, or another WS-Discovery device.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "tools/lanscout-sim/base/misbehaviour.h"
 #include "tools/lanscout-sim/network/address.h"
+#include "tools/lanscout-sim/onvif/probe.h"
 
 namespace lansim {
 
-// One simulated ONVIF device: what it says of itself, how it misbehaves, and what became of it.
+// What it says of itself, how it misbehaves, and what became of it.
 struct Camera {
     std::string name;
     std::string maker;
@@ -29,7 +32,12 @@ struct Camera {
     // Given in full by a scenario; empty means made from the fields above.
     std::vector<std::string> xaddrs;
     std::vector<std::string> scopes;
+    std::string endpoint;                   // empty: urn:uuid:UUID
+    std::vector<QualifiedName> otherTypes;  // a printer's, a PC's
+    unsigned channels = 0;                  // further ProbeMatch of a recorder in the same reply
+    std::optional<std::chrono::milliseconds> delay;  // empty: drawn for each Probe
     std::set<Misbehaviour> misbehaviours;
+    std::uint32_t metadataVersion = 1;
 
     std::uint64_t probesSeen = 0;
     std::uint64_t repliesSent = 0;
@@ -42,8 +50,10 @@ struct Camera {
     bool SaysDevice() const { return isDevice || Does(Misbehaviour::DeviceOnly); }
 };
 
-// What a camera says in its Scopes and XAddrs when it behaves.
+// What a camera says in its Scopes, XAddrs and endpoint reference when it behaves.
 std::vector<std::string> ScopesOf(const Camera& camera);
 std::vector<std::string> XAddrsOf(const Camera& camera);
+std::string EndpointOf(const Camera& camera);
+std::vector<QualifiedName> TypesOf(const Camera& camera);
 
 }  // namespace lansim

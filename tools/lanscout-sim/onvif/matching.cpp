@@ -46,9 +46,10 @@ bool IsSegmentPrefix(const std::string& asked, const std::string& owned) {
 }
 
 bool HasType(const Camera& camera, const QualifiedName& type) {
-    return (camera.SaysTransmitter() &&
-            type == QualifiedName{std::string(kOnvifNetworkNs), "NetworkVideoTransmitter"}) ||
-           (camera.SaysDevice() && type == QualifiedName{std::string(kOnvifDeviceNs), "Device"});
+    return (camera.SaysTransmitter() && type.uri == kOnvifNetworkNs &&
+            type.local == "NetworkVideoTransmitter") ||
+           (camera.SaysDevice() && type.uri == kOnvifDeviceNs && type.local == "Device") ||
+           std::ranges::count(camera.otherTypes, type) > 0;
 }
 
 }  // namespace
@@ -68,6 +69,9 @@ bool ScopeMatches(const std::string& asked, const std::string& owned, const std:
 }
 
 bool Matches(const Probe& probe, const Camera& camera) {
+    if (probe.kind == RequestKind::Resolve) {
+        return probe.endpoint == EndpointOf(camera);
+    }
     if (!std::ranges::all_of(probe.types,
                              [&](const auto& type) { return HasType(camera, type); })) {
         return false;

@@ -12,7 +12,8 @@ namespace lansim {
 // An unknown rule meets nothing.
 bool ScopeMatches(const std::string& asked, const std::string& owned, const std::string& rule);
 
-// Whether the camera has every type and every scope that the Probe asks for.
+// Whether the camera has every type and every scope that the Probe asks for, or is the one whom a
+// Resolve asks for.
 bool Matches(const Probe& probe, const Camera& camera);
 
 }  // namespace lansim

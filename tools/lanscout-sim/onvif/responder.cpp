@@ -1,5 +1,8 @@
 #include "tools/lanscout-sim/onvif/responder.h"
 
+#include <utility>
+
+#include "tools/lanscout-sim/base/random.h"
 #include "tools/lanscout-sim/onvif/matching.h"
 #include "tools/lanscout-sim/onvif/reply.h"
 
@@ -7,68 +10,179 @@ namespace lansim {
 namespace {
 
 constexpr int kDuplicates = 3;
+constexpr int kZeroLengthStorm = 50;
+// How far apart copies come (SOAP-over-UDP, UDP_MIN_DELAY and UDP_MAX_DELAY).
+constexpr std::chrono::milliseconds kLeastPause{50};
+constexpr std::chrono::milliseconds kMostPause{250};
 constexpr std::uint32_t kInstanceId = 1;
+// How many different questions are counted; who asks more begins anew.
+constexpr std::size_t kMostQuestions = 4096;
+
+// What a draw is for: each purpose has a chance of its own.
+enum class Draw : std::uint64_t { ProbeLoss, Delay, Pause, ReplyLoss, MessageId };
+
+Random DrawFor(std::uint64_t seed, const Camera& camera, std::uint64_t message, Draw purpose) {
+    return {seed,
+            {KeyOf(camera.uuid), KeyOf(camera.name), camera.ip.value, message,
+             static_cast<std::uint64_t>(purpose)}};
+}
+
+// All of a Probe but its MessageID: clients give each a new one, and yet two runs of the same
+// client shall be the same.
+std::string ContentOf(const Probe& probe) {
+    std::string content = probe.kind == RequestKind::Probe ? "probe" : "resolve";
+    for (const auto& type : probe.types) {
+        content += "\n" + type.uri + " " + type.local;
+    }
+    for (const auto& scope : probe.scopes) {
+        content += "\n" + scope;
+    }
+    return content + "\n" + probe.matchBy + "\n" + probe.endpoint;
+}
 
 }  // namespace
 
 Responder::Responder(std::vector<Camera>& cameras, const ResponderOptions& options, Outbox& outbox)
-    : m_cameras(cameras), m_options(options), m_outbox(outbox), m_random(options.seed) {
-    for (auto& camera : cameras) {
-        m_byAddress.emplace(camera.ip, &camera);
+    : m_cameras(cameras), m_options(options), m_outbox(outbox) {
+    for (std::size_t i = 0; i < cameras.size(); ++i) {
+        m_byAddress.emplace(cameras[i].ip, i);
     }
 }
 
-void Responder::OnDatagram(const Datagram& datagram, TimePoint now) {
+ProbeOutcome Responder::OnDatagram(const Datagram& datagram, TimePoint now) {
     ++m_counts.datagrams;
-    const auto parsed = ParseProbe(datagram.payload);
+    ProbeOutcome outcome;
+    auto parsed = ParseProbe(datagram.payload, m_options.strictness);
     if (const auto* error = std::get_if<ProbeError>(&parsed)) {
-        ++m_counts.refused[*error];
+        outcome.refused = *error;
+    } else {
+        outcome.probe = std::make_shared<const Probe>(std::move(std::get<Probe>(parsed)));
+        ++(outcome.probe->kind == RequestKind::Probe ? m_counts.probes : m_counts.resolves);
+        const Question question{outcome.probe, datagram.from,
+                                KeyFor(*outcome.probe, datagram.from.ip), now};
+        if (datagram.to.ip == kMulticastGroup) {
+            AskAll(question, outcome);
+        } else {
+            AskAt(datagram, question, outcome);
+        }
+    }
+    if (outcome.refused) {
+        ++m_counts.refused[*outcome.refused];
+    }
+    return outcome;
+}
+
+std::uint64_t Responder::KeyFor(const Probe& probe, Ipv4 from) {
+    const std::uint64_t content = KeyOf(ContentOf(probe));
+    if (m_timesAsked.size() >= kMostQuestions) {
+        m_timesAsked.clear();
+    }
+    const auto times = m_timesAsked[content ^ from.value]++;
+    return Random(content, {times}).Next();
+}
+
+void Responder::AskAll(const Question& question, ProbeOutcome& outcome) {
+    if (m_options.strictness == Strictness::Strict && question.probe->to != kDiscoveryTo) {
+        outcome.refused = ProbeError::WrongTo;
         return;
     }
-    ++m_counts.probes;
-    const auto probe = std::make_shared<const Probe>(std::get<Probe>(parsed));
-    if (datagram.to.ip == kMulticastGroup) {
-        for (auto& camera : m_cameras) {
-            Ask(camera, probe, datagram.from, now);
-        }
-        return;
+    bool isRepeated = false;
+    for (std::size_t i = 0; i < m_cameras.size(); ++i) {
+        const Reaction reaction = Ask(i, question);
+        outcome.answers += reaction == Reaction::Answers ? 1 : 0;
+        isRepeated = isRepeated || reaction == Reaction::HeardBefore;
     }
-    const auto [first, last] = m_byAddress.equal_range(datagram.to.ip);
-    for (auto entry = first; entry != last; ++entry) {
-        if (IsFor(datagram, entry->first, entry->second->mac)) {
-            Ask(*entry->second, probe, datagram.from, now);
-        }
+    if (isRepeated && outcome.answers == 0) {
+        outcome.refused = ProbeError::Repeated;
     }
 }
 
-void Responder::Ask(Camera& camera, const std::shared_ptr<const Probe>& probe, Endpoint from,
-                    TimePoint now) {
-    if (m_random.Chance(m_options.probeLoss)) {
+void Responder::AskAt(const Datagram& datagram, const Question& question, ProbeOutcome& outcome) {
+    const auto [first, last] = m_byAddress.equal_range(datagram.to.ip);
+    for (auto at = first; at != last; ++at) {
+        if (!IsFor(datagram, at->first, m_cameras[at->second].mac)) {
+            continue;
+        }
+        if (!IsAddressedTo(*question.probe, m_cameras[at->second])) {
+            outcome.refused = ProbeError::WrongTo;
+            continue;
+        }
+        const Reaction reaction = Ask(at->second, question);
+        outcome.answers += reaction == Reaction::Answers ? 1 : 0;
+        if (reaction == Reaction::HeardBefore) {
+            outcome.refused = ProbeError::Repeated;
+        }
+    }
+    if (outcome.answers > 0) {
+        outcome.refused.reset();
+    }
+}
+
+// A Probe that is sent to one device may name that device as well.
+bool Responder::IsAddressedTo(const Probe& probe, const Camera& camera) const {
+    return m_options.strictness == Strictness::Lenient || probe.to == kDiscoveryTo ||
+           probe.to == EndpointOf(camera) || probe.to.starts_with("http://" + ToText(camera.ip));
+}
+
+Responder::Reaction Responder::Ask(std::size_t number, const Question& question) {
+    Camera& camera = m_cameras[number];
+    const Probe& probe = *question.probe;
+    if (DrawFor(m_options.seed, camera, question.key, Draw::ProbeLoss)
+            .Chance(m_options.probeLoss)) {
         ++m_counts.probesLost;
-        return;
+        return Reaction::IsSilent;
     }
     ++camera.probesSeen;
-    if (camera.Does(Misbehaviour::Silent) || !Matches(*probe, camera)) {
+    if (m_options.strictness == Strictness::Strict &&
+        !m_recent.IsNews(probe.messageId, number, question.now)) {
+        return Reaction::HeardBefore;
+    }
+    if (camera.Does(Misbehaviour::Silent) || !Matches(probe, camera)) {
+        return Reaction::IsSilent;
+    }
+    Reply(camera, question);
+    return Reaction::Answers;
+}
+
+void Responder::Reply(Camera& camera, const Question& question) {
+    const auto draw = [&](Draw purpose) {
+        return DrawFor(m_options.seed, camera, question.key, purpose);
+    };
+    TimePoint due = question.now + (camera.delay ? std::chrono::microseconds(*camera.delay)
+                                                 : draw(Draw::Delay).UpTo(m_options.maxDelay));
+    Random losses = draw(Draw::ReplyLoss);
+    const auto add = [&](std::function<std::string()> text) {
+        m_outbox.Add(due, {{camera.ip, kDiscoveryPort},
+                           question.from,
+                           std::move(text),
+                           &camera.repliesSent,
+                           camera.mac,
+                           losses.Next()});
+    };
+    const bool isEmpty = camera.Does(Misbehaviour::EmptyAlone);
+    const int empties = camera.Does(Misbehaviour::ZeroLength)                 ? kZeroLengthStorm
+                        : isEmpty || camera.Does(Misbehaviour::EmptyDatagram) ? 1
+                                                                              : 0;
+    for (int i = 0; i < empties; ++i) {
+        add([] { return std::string(); });
+    }
+    if (isEmpty) {
         return;
     }
-    const TimePoint due = now + m_random.UpTo(m_options.maxDelay);
-    const Endpoint own{camera.ip, kDiscoveryPort};
-    if (camera.Does(Misbehaviour::EmptyDatagram)) {
-        m_outbox.Add(due,
-                     {own, from, [] { return std::string(); }, &camera.repliesSent, camera.mac});
-    }
-    const auto answer = std::make_shared<Answer>(Answer{&camera, probe, {}});
+    const auto answer = std::make_shared<Answer>(
+        Answer{&camera, question.probe, draw(Draw::MessageId).Next(), ++camera.messageNumber, {}});
+    Random pauses = draw(Draw::Pause);
     for (int i = 0; i < (camera.Does(Misbehaviour::Duplicate) ? kDuplicates : 1); ++i) {
-        m_outbox.Add(due, {own, from, [this, answer] { return TextOf(*answer); },
-                           &camera.repliesSent, camera.mac});
+        add([this, answer] { return TextOf(*answer); });
+        due += kLeastPause + pauses.UpTo(kMostPause - kLeastPause);
     }
 }
 
-const std::string& Responder::TextOf(Answer& answer) {
+const std::string& Responder::TextOf(Answer& answer) const {
     if (answer.text.empty()) {
         answer.text = BuildReply(
             *answer.camera, *answer.probe,
-            {"urn:uuid:" + m_random.Uuid(), kInstanceId, ++answer.camera->messageNumber});
+            {"urn:uuid:" + Random(answer.key).Uuid(), kInstanceId, answer.messageNumber});
     }
     return answer.text;
 }

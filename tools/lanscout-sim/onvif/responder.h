@@ -2,14 +2,17 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
-#include "tools/lanscout-sim/base/random.h"
 #include "tools/lanscout-sim/network/outbox.h"
 #include "tools/lanscout-sim/onvif/camera.h"
 #include "tools/lanscout-sim/onvif/probe.h"
+#include "tools/lanscout-sim/onvif/recentmessages.h"
 
 namespace lansim {
 
@@ -17,44 +20,68 @@ struct ResponderOptions {
     std::uint64_t seed = 1;
     std::chrono::milliseconds maxDelay{500};
     double probeLoss = 0;  // 0 to 1, for each camera and Probe
+    Strictness strictness = Strictness::Strict;
 };
 
 struct ResponderCounts {
     std::uint64_t datagrams = 0;
     std::uint64_t probes = 0;
+    std::uint64_t resolves = 0;
     std::map<ProbeError, std::uint64_t> refused;
     std::uint64_t probesLost = 0;
 };
 
-// The cameras' side of WS-Discovery: takes datagrams, and puts the replies into the outbox.
+// What became of one datagram.
+struct ProbeOutcome {
+    std::shared_ptr<const Probe> probe;  // null when it could not be read
+    std::optional<ProbeError> refused;
+    std::size_t answers = 0;  // cameras that will answer
+};
+
+// Takes datagrams, and puts the replies into the outbox.
 class Responder {
 public:
     // Cameras and outbox stay the caller's and outlive the responder; no camera may be added or
     // removed meanwhile.
     Responder(std::vector<Camera>& cameras, const ResponderOptions& options, Outbox& outbox);
 
-    void OnDatagram(const Datagram& datagram, TimePoint now);
+    ProbeOutcome OnDatagram(const Datagram& datagram, TimePoint now);
 
     const ResponderCounts& Counts() const { return m_counts; }
 
 private:
+    // A message that all cameras are asked about.
+    struct Question {
+        std::shared_ptr<const Probe> probe;
+        Endpoint from;
+        std::uint64_t key = 0;  // stands for it in draws
+        TimePoint now;
+    };
     // What a camera says to one Probe: written when it is first sent, and the same in each copy.
     struct Answer {
-        Camera* camera = nullptr;
+        const Camera* camera = nullptr;
         std::shared_ptr<const Probe> probe;
+        std::uint64_t key = 0;
+        std::uint32_t messageNumber = 0;
         std::string text;
     };
+    enum class Reaction { Answers, IsSilent, HeardBefore };
 
-    void Ask(Camera& camera, const std::shared_ptr<const Probe>& probe, Endpoint from,
-             TimePoint now);
-    const std::string& TextOf(Answer& answer);
+    std::uint64_t KeyFor(const Probe& probe, Ipv4 from);
+    bool IsAddressedTo(const Probe& probe, const Camera& camera) const;
+    void AskAll(const Question& question, ProbeOutcome& outcome);
+    void AskAt(const Datagram& datagram, const Question& question, ProbeOutcome& outcome);
+    Reaction Ask(std::size_t number, const Question& question);
+    void Reply(Camera& camera, const Question& question);
+    const std::string& TextOf(Answer& answer) const;
 
     std::vector<Camera>& m_cameras;
     ResponderOptions m_options;
     Outbox& m_outbox;
     ResponderCounts m_counts;
-    Random m_random;
-    std::multimap<Ipv4, Camera*> m_byAddress;
+    RecentMessages m_recent;
+    std::map<std::uint64_t, std::uint64_t> m_timesAsked;  // the same thing by the same asker
+    std::multimap<Ipv4, std::size_t> m_byAddress;         // several devices may share one
 };
 
 }  // namespace lansim

@@ -4,15 +4,16 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <map>
 
 namespace lansim {
 namespace {
 
-constexpr int kMaxAgeSeconds = 1800;
 constexpr int kLongestWaitSeconds = 120;
 constexpr std::string_view kRequestLine = "M-SEARCH * HTTP/1.1";
+constexpr std::string_view kGroupName = "239.255.255.250";
 constexpr std::string_view kServer = "Linux/5.10 UPnP/1.0 lanscout-sim/1.0";
 
 struct IgnoringCase {
@@ -57,26 +58,64 @@ std::string CacheControl(const UpnpDevice& device) {
                : fmt::format("CACHE-CONTROL: max-age={}\r\n", kMaxAgeSeconds);
 }
 
+// MX as a number; nothing when it is none.
+std::optional<int> WaitOf(const std::string& text) {
+    int seconds = 0;
+    const char* end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, seconds);
+    if (error != std::errc{} || rest != end || seconds < 0) {
+        return std::nullopt;
+    }
+    return std::min(seconds, kLongestWaitSeconds);
+}
+
+std::optional<SsdpError> CheckHost(Fields& fields, SsdpRules rules) {
+    const std::string& host = fields["HOST"];
+    if (host.empty()) {
+        return SsdpError::NoHost;
+    }
+    const bool isGroup = host == kGroupName || host == fmt::format("{}:1900", kGroupName);
+    if (rules == SsdpRules::Multicast && !isGroup) {
+        return SsdpError::WrongHost;
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
-std::optional<SsdpSearch> ParseSearch(std::string_view bytes) {
+std::string_view NameOf(SsdpError error) {
+    constexpr std::array<std::string_view, 7> kNames = {
+        "otherMessage", "noMan", "noTarget", "noHost", "wrongHost", "noWait", "wrongWait"};
+    return kNames.at(static_cast<std::size_t>(error));
+}
+
+std::variant<SsdpSearch, SsdpError> ParseSearch(std::string_view bytes, SsdpRules rules) {
     if (Trimmed(TakeLine(bytes)) != kRequestLine) {
-        return std::nullopt;
+        return SsdpError::OtherMessage;
     }
     auto fields = ReadFields(bytes);
-    if (fields["MAN"] != "\"ssdp:discover\"" || fields["ST"].empty()) {
-        return std::nullopt;
+    if (fields["MAN"] != "\"ssdp:discover\"") {
+        return SsdpError::NoMan;
     }
-    SsdpSearch search{fields["ST"], 1};
-    const std::string& wait = fields["MX"];
-    std::from_chars(wait.data(), wait.data() + wait.size(), search.longestWaitSeconds);
-    search.longestWaitSeconds = std::clamp(search.longestWaitSeconds, 1, kLongestWaitSeconds);
-    return search;
+    if (fields["ST"].empty()) {
+        return SsdpError::NoTarget;
+    }
+    const auto wait = WaitOf(fields["MX"]);
+    if (rules == SsdpRules::Lenient) {
+        return SsdpSearch{fields["ST"], wait.value_or(1)};
+    }
+    if (const auto error = CheckHost(fields, rules)) {
+        return *error;
+    }
+    if (!wait && rules == SsdpRules::Multicast) {
+        return fields["MX"].empty() ? SsdpError::NoWait : SsdpError::WrongWait;
+    }
+    return SsdpSearch{fields["ST"], wait.value_or(0)};
 }
 
 std::vector<SsdpIdentity> IdentitiesOf(const UpnpDevice& device) {
     const std::string uuid = "uuid:" + device.uuid;
-    const std::string type = fmt::format("urn:schemas-upnp-org:device:{}:1", device.kind);
+    const std::string type = TypeOf(device);
     return {
         {"upnp:rootdevice", uuid + "::upnp:rootdevice"}, {uuid, uuid}, {type, uuid + "::" + type}};
 }

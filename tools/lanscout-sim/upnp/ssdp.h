@@ -1,23 +1,46 @@
-// SSDP messages: reading a search, writing answers and notices.
+// What a UPnP root device reads and says in SSDP.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "tools/lanscout-sim/upnp/upnpdevice.h"
 
 namespace lansim {
 
+// For how long a searcher may believe a notice; a device repeats it before half of that is over.
+inline constexpr int kMaxAgeSeconds = 1800;
+
 // An M-SEARCH request (UPnP Device Architecture 1.0, 1.2.2).
 struct SsdpSearch {
     std::string target;          // ST
-    int longestWaitSeconds = 1;  // MX, 1 to 120
+    int longestWaitSeconds = 1;  // MX, 0 to 120
 };
 
-// Reads one datagram, whoever sent it; nothing when it is no M-SEARCH.
-std::optional<SsdpSearch> ParseSearch(std::string_view bytes);
+// Why a datagram at SSDP's port is not answered.
+enum class SsdpError {
+    OtherMessage,  // a notice, an answer, or no SSDP at all
+    NoMan,         // MAN is not "ssdp:discover"
+    NoTarget,
+    NoHost,
+    WrongHost,  // a multicast search that names another group
+    NoWait,     // a multicast search without MX
+    WrongWait,  // MX is no number
+};
+std::string_view NameOf(SsdpError error);
+
+enum class SsdpRules {
+    Multicast,  // HOST is the group, MX a number
+    Unicast,    // HOST is there; nobody else answers, so MX may be missing
+    Lenient,    // neither is asked for
+};
+
+// Reads one datagram, whoever sent it.
+std::variant<SsdpSearch, SsdpError> ParseSearch(std::string_view bytes,
+                                                SsdpRules rules = SsdpRules::Multicast);
 
 // A device speaks once for each of these: itself as a root device, its uuid, and its type.
 struct SsdpIdentity {

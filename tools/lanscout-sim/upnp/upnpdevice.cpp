@@ -13,6 +13,12 @@ constexpr const char* kElsewhere = "203.0.113.7";
 
 }  // namespace
 
+std::string TypeOf(const UpnpDevice& device) {
+    return device.kind.starts_with("urn:")
+               ? device.kind
+               : fmt::format("urn:schemas-upnp-org:device:{}:1", device.kind);
+}
+
 std::string LocationOf(const UpnpDevice& device, unsigned number) {
     const std::string ip = ToText(device.ip);
     using enum Misbehaviour;
@@ -63,7 +69,7 @@ std::string DescriptionOf(const UpnpDevice& device) {
 <root xmlns="urn:schemas-upnp-org:device-1-0">
   <specVersion><major>1</major><minor>0</minor></specVersion>
   <device>
-    <deviceType>urn:schemas-upnp-org:device:{kind}:1</deviceType>
+    <deviceType>{type}</deviceType>
     <friendlyName>{name}</friendlyName>
     <manufacturer>{maker}</manufacturer>
     <modelName>{model}</modelName>
@@ -73,7 +79,7 @@ std::string DescriptionOf(const UpnpDevice& device) {
   </device>
 </root>
 )",
-                       fmt::arg("kind", EscapeXml(device.kind)), fmt::arg("name", name),
+                       fmt::arg("type", EscapeXml(TypeOf(device))), fmt::arg("name", name),
                        fmt::arg("maker", EscapeXml(device.maker)),
                        fmt::arg("model", EscapeXml(device.model)),
                        fmt::arg("serial", device.uuid.substr(0, 8)), fmt::arg("uuid", device.uuid),

@@ -15,13 +15,14 @@ struct UpnpDevice {
     std::string name;
     std::string maker;
     std::string model;
-    std::string kind = "Basic";  // urn:schemas-upnp-org:device:KIND:1
+    std::string kind = "Basic";  // urn:schemas-upnp-org:device:KIND:1, or a whole urn:...
     std::string uuid;
     Ipv4 ip;
     Mac mac{};
     std::uint16_t port = 0;
     std::set<Misbehaviour> misbehaviours;
 
+    unsigned flood = 0;  // how many LOCATIONs a flood has had
     std::uint64_t searchesSeen = 0;
     std::uint64_t answersSent = 0;
     std::uint64_t advertisementsSent = 0;
@@ -29,6 +30,9 @@ struct UpnpDevice {
 
     bool Does(Misbehaviour misbehaviour) const { return misbehaviours.contains(misbehaviour); }
 };
+
+// Its device type, as it stands in ST, NT and the description.
+std::string TypeOf(const UpnpDevice& device);
 
 // Where its description is, as it says in LOCATION. `number` makes one of a flood differ.
 std::string LocationOf(const UpnpDevice& device, unsigned number = 0);

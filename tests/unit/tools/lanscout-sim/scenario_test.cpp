@@ -62,7 +62,7 @@ TEST(SimScenario, MistakesAreNamedWithTheirPlace) {
     ExpectComplaint(R"({"cameras": [{"mac": "02:4C"}]})", "cameras[0]", "a MAC address");
     ExpectComplaint(R"({"cameras": [{"types": ["Fax"]}]})", "cameras[0]", "type \"Fax\"");
     ExpectComplaint(R"({"cameras": [{"misbehave": ["x"]}]})", "cameras[0]", "misbehaviour \"x\"");
-    ExpectComplaint(R"({"cameras": [{"shape": 99}]})", "cameras[0]", "it takes 0 to 4");
+    ExpectComplaint(R"({"cameras": [{"shape": 99}]})", "cameras[0]", "it takes 0 to 7");
 }
 
 TEST(SimScenario, MissingFileIsNamed) {

@@ -88,6 +88,52 @@ TEST_P(SimReplyShapes, CarryTheSameMessage) {
     EXPECT_NE(InMatch(reply, "d:MetadataVersion"), "");
 }
 
+TEST_P(SimReplyShapes, KeepTheSchemasOrder) {
+    Camera camera = GateCamera();
+    camera.shape = GetParam();
+    const std::string reply = Reply(camera);
+    const char* kOrder[] = {"a:EndpointReference", "d:Types", "d:Scopes", "d:XAddrs",
+                            "d:MetadataVersion"};
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(InMatch(reply, "*[" + std::to_string(i + 1) + "]/self::" + kOrder[i] + "!=''"),
+                  "true")
+            << kOrder[i];
+    }
+}
+
+TEST_P(SimReplyShapes, HelloByeAndResolveMatchesAreTheSameHand) {
+    Camera camera = GateCamera();
+    camera.shape = GetParam();
+    const std::string resolve = BuildReply(
+        camera, {"uuid:1", {}, {}, "", lansim::RequestKind::Resolve, "", ""}, {"urn:m", 7, 9});
+    EXPECT_EQ(At(resolve, "/s:Envelope/s:Header/a:Action"),
+              "http://schemas.xmlsoap.org/ws/2005/04/discovery/ResolveMatches");
+    EXPECT_EQ(At(resolve, "//d:ResolveMatches/d:ResolveMatch/d:XAddrs"),
+              "http://10.99.0.10:8080/onvif/device_service");
+    const std::string hello = BuildHello(camera, {"urn:m", 7, 9});
+    EXPECT_EQ(At(hello, "/s:Envelope/s:Header/a:Action"),
+              "http://schemas.xmlsoap.org/ws/2005/04/discovery/Hello");
+    EXPECT_EQ(At(hello, "/s:Envelope/s:Header/a:To"), lansim::kDiscoveryTo);
+    EXPECT_EQ(At(hello, "count(//a:RelatesTo)"), "0");
+    EXPECT_EQ(At(hello, "/s:Envelope/s:Body/d:Hello/d:XAddrs"),
+              "http://10.99.0.10:8080/onvif/device_service");
+    const std::string bye = BuildBye(camera, {"urn:m", 7, 9});
+    EXPECT_EQ(At(bye, "/s:Envelope/s:Body/d:Bye/a:EndpointReference/a:Address"),
+              "urn:uuid:11111111-2222-4333-8444-555555555555");
+    EXPECT_EQ(At(bye, "count(/s:Envelope/s:Body/d:Bye/*)"), "1");
+}
+
+TEST_P(SimReplyShapes, FreeTypesAreDeclaredWhereTheyStand) {
+    Camera camera = GateCamera();
+    camera.shape = GetParam();
+    camera.isVideoTransmitter = camera.isDevice = false;
+    camera.otherTypes = {{"urn:a'\"<b>&", "Computer"}, {"urn:c", "PrintDeviceType"}};
+    const std::string reply = Reply(camera);
+    EXPECT_EQ(InMatch(reply, "d:Types"), "t0:Computer t1:PrintDeviceType");
+    EXPECT_EQ(InMatch(reply, "d:Types/namespace::*[name()='t0']"), "urn:a'\"<b>&");
+    EXPECT_EQ(InMatch(reply, "d:Types/namespace::*[name()='t1']"), "urn:c");
+}
+
 TEST_P(SimReplyShapes, DeclareThePrefixesOfTheirTypes) {
     Camera camera = GateCamera();
     camera.shape = GetParam();
@@ -188,6 +234,113 @@ TEST(SimReply, ControlCharactersAreEncodedInTheHardwareScope) {
 
 TEST(SimReply, PrinterNamesOnlyTheDeviceType) {
     EXPECT_THAT(InMatch(Reply(GateCamera(Misbehaviour::DeviceOnly)), "d:Types"), "tds:Device");
+}
+
+TEST(SimReply, ShapesHaveMarksSectionsReferencesAndTheMakersOwn) {
+    std::string all;
+    for (unsigned shape = 0; shape < lansim::ShapeCount(); ++shape) {
+        Camera camera = GateCamera();
+        camera.shape = shape;
+        const std::string reply = Reply(camera);
+        all += reply.starts_with("\xEF\xBB\xBF") ? "MARK" : "";
+        all += reply;
+    }
+    EXPECT_THAT(all, HasSubstr("MARK"));
+    EXPECT_THAT(all, HasSubstr("<XAddrs><![CDATA[http://"));
+    EXPECT_THAT(all, HasSubstr("&#104;ttp&#58;&#x2F;&#x2F;10.99.0.10"));
+    EXPECT_THAT(all, HasSubstr("xmlns:v=\"urn:velquora"));
+    EXPECT_THAT(all, HasSubstr("MatchBy=\"http"));
+}
+
+TEST(SimReply, EndOfASectionInsideASectionStaysText) {
+    Camera camera = GateCamera();
+    camera.scopes = {"onvif://www.onvif.org/name/]]>]]>"};
+    for (camera.shape = 0; camera.shape < lansim::ShapeCount(); ++camera.shape) {
+        EXPECT_EQ(InMatch(Reply(camera), "d:Scopes"), "onvif://www.onvif.org/name/]]>]]>");
+    }
+}
+
+TEST(SimReply, SecondProbeMatchHasAnEndpointOfItsOwn) {
+    const std::string reply = Reply(GateCamera(Misbehaviour::TwoProbeMatches));
+    const std::string address = "/a:EndpointReference/a:Address";
+    EXPECT_NE(At(reply, "//d:ProbeMatch[1]" + address), At(reply, "//d:ProbeMatch[2]" + address));
+    EXPECT_THAT(At(reply, "//d:ProbeMatch[2]" + address), ::testing::StartsWith("urn:uuid:"));
+}
+
+TEST(SimReply, RecorderSpeaksOfEachChannelInOneReply) {
+    Camera camera = GateCamera();
+    camera.channels = 3;
+    const std::string reply = Reply(camera);
+    EXPECT_EQ(At(reply, "count(//d:ProbeMatch)"), "4");
+    EXPECT_EQ(At(reply, "count(//a:Address[not(. = preceding::a:Address)])"), "4");
+    EXPECT_THAT(At(reply, "//d:ProbeMatch[4]/d:Scopes"), HasSubstr("channel%203"));
+    EXPECT_EQ(reply, Reply(camera)) << "the channels' ids stay";
+}
+
+TEST(SimReply, BytesThatAreNoUtf8StandInADocumentThatSaysUtf8) {
+    const std::string reply = Reply(GateCamera(Misbehaviour::BadUtf8));
+    EXPECT_THAT(reply, HasSubstr("UTF-8"));
+    EXPECT_THAT(reply, HasSubstr("\xFF"));
+    EXPECT_EQ(At(reply, "/*"), "no XML");
+}
+
+TEST(SimReply, OtherEncodingsAreReadAsTheySay) {
+    for (unsigned shape = 0; shape < lansim::ShapeCount(); ++shape) {
+        for (const auto kind : {Misbehaviour::Latin1, Misbehaviour::Utf16}) {
+            Camera camera = GateCamera(kind);
+            camera.shape = shape;
+            const std::string reply = Reply(camera);
+            EXPECT_THAT(InMatch(reply, "d:Scopes"), HasSubstr("/name/Caf\xC3\xA9")) << shape;
+            EXPECT_THAT(reply, Not(HasSubstr("\xC3\xA9")));
+        }
+    }
+}
+
+TEST(SimReply, NameThatIsNoUtf8IsRecodedToItsEnd) {
+    Camera camera = GateCamera(Misbehaviour::Utf16);
+    camera.scopes = {"a:\xFF\xC3"};
+    EXPECT_THAT(InMatch(Reply(camera), "d:Scopes"), HasSubstr("a:??"));
+    EXPECT_EQ(InMatch(Reply(camera), "d:MetadataVersion"), "1");
+}
+
+TEST(SimReply, WrongRelatesToIsNotTheProbesId) {
+    const std::string reply = Reply(GateCamera(Misbehaviour::WrongRelatesTo));
+    EXPECT_EQ(At(reply, "//a:RelatesTo"), "urn:uuid:00000000-0000-4000-8000-000000000000");
+}
+
+TEST(SimReply, ZeroBytesFollowAGoodReply) {
+    const std::string reply = Reply(GateCamera(Misbehaviour::NulTail));
+    const std::string good = Reply(GateCamera());
+    EXPECT_EQ(reply, good + std::string(4, '\0'));
+}
+
+TEST(SimReply, EmptyXAddrsIsThereAndEmpty) {
+    const std::string reply = Reply(GateCamera(Misbehaviour::EmptyXAddrs));
+    EXPECT_EQ(At(reply, "count(//d:XAddrs)"), "1");
+    EXPECT_EQ(At(reply, "//d:XAddrs"), "");
+}
+
+TEST(SimReply, HugeXAddrsBeginWithItsOwnAndFitADatagram) {
+    const std::string reply = Reply(GateCamera(Misbehaviour::HugeXAddrs));
+    EXPECT_THAT(InMatch(reply, "d:XAddrs"),
+                ::testing::StartsWith("http://10.99.0.10:8080/onvif/device_service http://192.0."));
+    EXPECT_GT(reply.size(), 20000U);
+    EXPECT_LT(reply.size(), 65000U);
+}
+
+TEST(SimReply, NoMatchIsAnEmptyList) {
+    const std::string reply = Reply(GateCamera(Misbehaviour::NoMatch));
+    EXPECT_EQ(At(reply, "count(//d:ProbeMatches)"), "1");
+    EXPECT_EQ(At(reply, "count(//d:ProbeMatches/*)"), "0");
+}
+
+TEST(SimReply, ClonesShareAnEndpoint) {
+    Camera one = GateCamera(Misbehaviour::SameUuid);
+    Camera other = one;
+    other.uuid = "99999999-2222-4333-8444-555555555555";
+    const std::string address = "a:EndpointReference/a:Address";
+    EXPECT_EQ(InMatch(Reply(one), address), InMatch(Reply(other), address));
+    EXPECT_NE(InMatch(Reply(one), address), "urn:uuid:" + one.uuid);
 }
 
 }  // namespace

@@ -5,6 +5,9 @@
 using lansim::IdentitiesFor;
 using lansim::Misbehaviour;
 using lansim::ParseSearch;
+using lansim::SsdpError;
+using lansim::SsdpRules;
+using lansim::SsdpSearch;
 using lansim::UpnpDevice;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -35,41 +38,73 @@ std::string Search(const std::string& fields) {
     return "M-SEARCH * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\n" + fields + "\r\n";
 }
 
+constexpr const char* kGood = "MAN: \"ssdp:discover\"\r\nMX: 3\r\nST: upnp:rootdevice\r\n";
+
+// "TARGET WAIT", or why it is refused.
+std::string Read(const std::string& bytes, SsdpRules rules = SsdpRules::Multicast) {
+    const auto parsed = ParseSearch(bytes, rules);
+    if (const auto* error = std::get_if<SsdpError>(&parsed)) {
+        return std::string(NameOf(*error));
+    }
+    const auto& search = std::get<SsdpSearch>(parsed);
+    return search.target + " " + std::to_string(search.longestWaitSeconds);
+}
+
 TEST(SimSsdp, SearchTellsTargetAndWait) {
-    const auto search =
-        ParseSearch(Search("MAN: \"ssdp:discover\"\r\nMX: 3\r\nST: upnp:rootdevice\r\n"));
-    ASSERT_TRUE(search);
-    EXPECT_EQ(search->target, "upnp:rootdevice");
-    EXPECT_EQ(search->longestWaitSeconds, 3);
+    EXPECT_EQ(Read(Search(kGood)), "upnp:rootdevice 3");
 }
 
 TEST(SimSsdp, FieldNamesKnowNoCaseAndLinesMayEndInLfAlone) {
-    const auto search =
-        ParseSearch("M-SEARCH * HTTP/1.1\nman:\"ssdp:discover\"\nst:  ssdp:all \nmx:2\n\n");
-    ASSERT_TRUE(search);
-    EXPECT_EQ(search->target, "ssdp:all");
-    EXPECT_EQ(search->longestWaitSeconds, 2);
+    EXPECT_EQ(Read("M-SEARCH * HTTP/1.1\nhost:239.255.255.250\nman:\"ssdp:discover\"\n"
+                   "st:  ssdp:all \nmx:2\n\n"),
+              "ssdp:all 2");
 }
 
-TEST(SimSsdp, OddWaitsAreBroughtIntoRange) {
-    const auto waitOf = [](const std::string& text) {
-        return ParseSearch(Search("MAN: \"ssdp:discover\"\r\nST: x\r\n" + text))
-            ->longestWaitSeconds;
+TEST(SimSsdp, WaitMustBeANumber) {
+    const auto waitOf = [](const std::string& text, SsdpRules rules) {
+        return Read(Search("MAN: \"ssdp:discover\"\r\nST: x\r\n" + text), rules);
     };
-    EXPECT_EQ(waitOf(""), 1);
-    EXPECT_EQ(waitOf("MX: 0\r\n"), 1);
-    EXPECT_EQ(waitOf("MX: -7\r\n"), 1);
-    EXPECT_EQ(waitOf("MX: soon\r\n"), 1);
-    EXPECT_EQ(waitOf("MX: 100000\r\n"), 120);
-    EXPECT_EQ(waitOf("MX: 99999999999999999999\r\n"), 1);
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "noWait"},
+        {"MX: 0\r\n", "x 0"},
+        {"MX: 120\r\n", "x 120"},
+        {"MX: 100000\r\n", "x 120"},
+        {"MX: -7\r\n", "wrongWait"},
+        {"MX: soon\r\n", "wrongWait"},
+        {"MX: 3 s\r\n", "wrongWait"},
+        {"MX: 99999999999999999999\r\n", "wrongWait"},
+    };
+    for (const auto& [field, expected] : cases) {
+        EXPECT_EQ(waitOf(field, SsdpRules::Multicast), expected) << field;
+    }
+    EXPECT_EQ(waitOf("", SsdpRules::Lenient), "x 1");
+    EXPECT_EQ(waitOf("MX: soon\r\n", SsdpRules::Lenient), "x 1");
+    EXPECT_EQ(waitOf("", SsdpRules::Unicast), "x 0") << "nobody else answers a unicast search";
+}
+
+TEST(SimSsdp, HostMustBeThereAndBeTheGroup) {
+    const std::string begin = "M-SEARCH * HTTP/1.1\r\n";
+    const std::string other = begin + "HOST: 10.0.0.1:1900\r\n" + kGood + "\r\n";
+    EXPECT_EQ(Read(begin + kGood + "\r\n"), "noHost");
+    EXPECT_EQ(Read(begin + kGood + "\r\n", SsdpRules::Unicast), "noHost");
+    EXPECT_EQ(Read(begin + kGood + "\r\n", SsdpRules::Lenient), "upnp:rootdevice 3");
+    EXPECT_EQ(Read(other), "wrongHost");
+    EXPECT_EQ(Read(other, SsdpRules::Unicast), "upnp:rootdevice 3");
 }
 
 TEST(SimSsdp, WhatIsNoSearchIsNone) {
-    EXPECT_FALSE(ParseSearch(""));
-    EXPECT_FALSE(ParseSearch("NOTIFY * HTTP/1.1\r\nNTS: ssdp:alive\r\n\r\n"));
-    EXPECT_FALSE(ParseSearch(Search("ST: ssdp:all\r\n")));
-    EXPECT_FALSE(ParseSearch(Search("MAN: \"ssdp:discover\"\r\n")));
-    EXPECT_FALSE(ParseSearch("M-SEARCH * HTTP/1.1"));
+    EXPECT_EQ(Read(""), "otherMessage");
+    EXPECT_EQ(Read("NOTIFY * HTTP/1.1\r\nNTS: ssdp:alive\r\n\r\n"), "otherMessage");
+    EXPECT_EQ(Read(Search("ST: ssdp:all\r\n")), "noMan");
+    EXPECT_EQ(Read(Search("MAN: \"ssdp:discover\"\r\n")), "noTarget");
+    EXPECT_EQ(Read("M-SEARCH * HTTP/1.1"), "noMan");
+}
+
+TEST(SimSsdp, WholeUrnIsTheDevicesType) {
+    UpnpDevice device = Television();
+    device.kind = "urn:dial-multiscreen-org:device:dial:1";
+    EXPECT_THAT(IdentitiesFor(device, device.kind), SizeIs(1));
+    EXPECT_THAT(DescriptionOf(device), HasSubstr("<deviceType>" + device.kind + "</deviceType>"));
 }
 
 TEST(SimSsdp, DeviceAnswersForEachOfItsIdentities) {

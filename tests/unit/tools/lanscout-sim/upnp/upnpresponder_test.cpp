@@ -49,7 +49,8 @@ protected:
     void Search(UpnpResponder& responder, const std::string& target = "upnp:rootdevice",
                 Endpoint to = kGroup) {
         responder.OnDatagram({kSearcher, to,
-                              "M-SEARCH * HTTP/1.1\r\nMAN: \"ssdp:discover\"\r\nMX: 1\r\nST: " +
+                              "M-SEARCH * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\n"
+                              "MAN: \"ssdp:discover\"\r\nMX: 1\r\nST: " +
                                   target + "\r\n\r\n"},
                              kStart);
         m_outbox.SendDue(kStart + seconds(1), m_network);
@@ -92,16 +93,44 @@ TEST_F(SimUpnpResponder, AnswersComeWithinTheSearchersWait) {
     EXPECT_EQ(m_outbox.NextDue(), std::nullopt);
 }
 
-TEST_F(SimUpnpResponder, AliveAndByebyeAreMulticastForEachIdentity) {
+TEST_F(SimUpnpResponder, AliveIsMulticastThriceForEachIdentity) {
+    UpnpResponder responder(m_devices, {}, m_outbox);
+    responder.SayAlive(kStart);
+    m_outbox.SendDue(kStart + milliseconds(100), m_network);
+    ASSERT_THAT(m_network.m_sent, SizeIs(9));
+    EXPECT_EQ(m_network.m_sent.front().to, kGroup);
+    EXPECT_THAT(m_network.m_sent.front().payload, HasSubstr("ssdp:alive"));
+    m_outbox.SendDue(kStart + milliseconds(299), m_network);
+    EXPECT_THAT(m_network.m_sent, SizeIs(9));
+    m_outbox.SendDue(kStart + seconds(1), m_network);
+    EXPECT_THAT(m_network.m_sent, SizeIs(27));
+    EXPECT_EQ(m_devices[0].advertisementsSent, 9U);
+}
+
+TEST_F(SimUpnpResponder, AliveComesAgainBeforeHalfOfItsLifeIsOver) {
+    UpnpResponder responder(m_devices, {}, m_outbox);
+    responder.SayAlive(kStart);
+    m_outbox.SendDue(kStart + seconds(1), m_network);
+    ASSERT_TRUE(responder.NextDue());
+    EXPECT_GE(*responder.NextDue(), kStart + seconds(450));
+    responder.Run(kStart + seconds(900));
+    m_outbox.SendDue(kStart + seconds(900), m_network);
+    EXPECT_THAT(m_network.m_sent, SizeIs(27 + 9));
+    responder.Run(kStart + seconds(901));
+    EXPECT_EQ(m_outbox.NextDue(), std::nullopt);
+    responder.Run(kStart + seconds(1800));
+    m_outbox.SendDue(kStart + seconds(1800), m_network);
+    EXPECT_THAT(m_network.m_sent, SizeIs(27 + 18));
+}
+
+TEST_F(SimUpnpResponder, ByebyeIsMulticastForEachIdentityAndTheLast) {
     UpnpResponder responder(m_devices, {}, m_outbox);
     responder.SayAlive(kStart);
     responder.SayByebye(kStart);
+    EXPECT_EQ(responder.NextDue(), std::nullopt);
     m_outbox.SendDue(kStart, m_network);
-    ASSERT_THAT(m_network.m_sent, SizeIs(18));
-    EXPECT_EQ(m_network.m_sent.front().to, kGroup);
-    EXPECT_THAT(m_network.m_sent.front().payload, HasSubstr("ssdp:alive"));
+    EXPECT_GE(m_network.m_sent.size(), 9U);
     EXPECT_THAT(m_network.m_sent.back().payload, HasSubstr("ssdp:byebye"));
-    EXPECT_EQ(m_devices[0].advertisementsSent, 6U);
 }
 
 TEST_F(SimUpnpResponder, FloodAnswersWith200DistinctLocations) {
@@ -130,15 +159,27 @@ TEST_F(SimUpnpResponder, ChattyDeviceAdvertisesEverySecondUntilByebye) {
     UpnpResponder responder(m_devices, {}, m_outbox);
     responder.SayAlive(kStart);
     EXPECT_EQ(responder.NextDue(), kStart + seconds(1));
-    responder.Run(kStart + milliseconds(999));
     m_outbox.SendDue(kStart + seconds(1), m_network);
-    EXPECT_THAT(m_network.m_sent, SizeIs(9));
+    responder.Run(kStart + milliseconds(999));
+    EXPECT_EQ(m_outbox.NextDue(), std::nullopt);
     responder.Run(kStart + seconds(1));
     m_outbox.SendDue(kStart + seconds(1), m_network);
-    EXPECT_THAT(m_network.m_sent, SizeIs(12));
+    EXPECT_THAT(m_network.m_sent, SizeIs(30));
     EXPECT_EQ(responder.NextDue(), kStart + seconds(2));
     responder.SayByebye(kStart + seconds(1));
     EXPECT_EQ(responder.NextDue(), std::nullopt);
+}
+
+TEST_F(SimUpnpResponder, SearchThatIsRefusedIsCountedByItsReason) {
+    UpnpResponder responder(m_devices, {}, m_outbox);
+    const Datagram noHost{kSearcher, kGroup,
+                          "M-SEARCH * HTTP/1.1\r\nMAN: \"ssdp:discover\"\r\nMX: 1\r\n"
+                          "ST: ssdp:all\r\n\r\n"};
+    EXPECT_EQ(responder.OnDatagram(noHost, kStart).refused, lansim::SsdpError::NoHost);
+    EXPECT_EQ(responder.Counts().refused.at(lansim::SsdpError::NoHost), 1U);
+    EXPECT_EQ(responder.Counts().searches, 0U);
+    UpnpResponder lenient(m_devices, {.isLenient = true}, m_outbox);
+    EXPECT_EQ(lenient.OnDatagram(noHost, kStart).answers, 3U);
 }
 
 TEST_F(SimUpnpResponder, OtherDatagramsAreCountedAndNotAnswered) {
