@@ -30,7 +30,7 @@ LISTED = {
     "device-only": (OWN, OWN),
     "bad-utf8": (80, ""),
     "latin-1": (OWN, OWN),
-    "utf-16": (OWN, OWN),
+    "utf-16": (80, ""),  # the library reads up to the first zero byte
     "wrong-relates-to": (OWN, OWN),
     "nul-tail": (OWN, OWN),
     "empty-xaddrs": (80, OWN),
