@@ -1,82 +1,129 @@
 #include "finder/finder.h"
 
-#include <fmt/core.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <poll.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
+#include <ctime>
+#include <deque>
+#include <set>
+#include <unordered_map>
 #include <utility>
 
+#include "finder/device/inventory.h"
 #include "finder/machine/clock.h"
+#include "finder/machine/interfaces.h"
 #include "finder/machine/macmakers.h"
-#include "finder/source/camerasearch.h"
-#include "finder/source/explain.h"
-#include "finder/source/searchprocess.h"
-#include "finder/source/upnpsearch.h"
+#include "finder/source/sourceprocess.h"
 
 namespace Lanscout {
 namespace {
 
-using SteadyClock = std::chrono::steady_clock;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
-constexpr int kTickMilliseconds = 100;
-constexpr int kLastAnswersSeconds = 3;  // a camera search listens that long after its time
-constexpr char kArping[] = "/usr/bin/arping";
+constexpr milliseconds kTick{100};
 
-struct Search {
-    SearchProcess process;
-    SearchReport report;
+// A source ends by itself when the request's time is over. What still runs then waits for an answer
+// that does not come.
+constexpr milliseconds kLastAnswers{450};
+
+// Working out who is who takes at most this share of the time, whatever a flood makes of the list.
+constexpr int kSettleShare = 10;
+
+const char* ProtocolName(Work work) {
+    switch (work) {
+        case Work::Onvif:
+            return "onvif";
+        case Work::Upnp:
+            return "upnp";
+        case Work::Macs:
+            break;
+    }
+    return "";
+}
+
+// The lists of makers are read once in the life of the process.
+std::string MakerOfMac(const std::string& mac) {
+    static MacMakers makers;
+    return makers.MakerOf(mac);
+}
+
+struct Running {
+    SourceProcess process;
+    const Source* source;
+    Clock::time_point end;
+    std::vector<SearchReport> reports;  // one a target
     bool ended = false;
     bool saidDone = false;
 };
 
-class Round {
+class Search {
 public:
-    Round(const Options& options, Signals& signals, RoundObserver& observer)
-        : m_options(options), m_signals(signals), m_observer(observer) {}
+    Search(const Request& request, const Wake& wake, Observer& observer)
+        : m_request(request), m_wake(wake), m_observer(observer) {}
 
-    Report Run(const std::vector<Target>& targets);
+    Report Run();
 
 private:
-    void Start(const std::vector<Target>& targets);
-    void StartOne(const Target& target, Protocol protocol, int number);
+    void PlanJobs();
+    void StartWaiting();
+    void StartOne(const Source& source, Job job);
     void Step();
-    void Read(Search& search);
-    void Take(Search& search, const Message& message);
-    void Take(Search& search, FoundMessage found);
-    void Take(Search& search, const LogMessage& log);
-    void Take(Search& search, const FailureMessage& failure);
-    void End(Search& search);
+    void Read(Running& one);
+    void Take(Running& one, std::string_view line);
+    void Take(Running& one, const SightingMessage& message);
+    void Take(Running& one, const FailureMessage& failure);
+    void Finish(Running& one);
+    void EndOverdue();
     void EndAll(Outcome outcome);
+    void Kill(Running& one);
+    void Settle(bool all);
+    void TellConflicts();
+    void TellFull();
     void Tell(Problem problem);
-    void WarnOfMissingArping();
+    bool OthersDo(const SearchReport& failed) const;
+    std::size_t RunningCount() const;
     double Elapsed() const;
-    bool IsRunning() const;
+    double Expected() const;
 
-    const Options& m_options;
-    Signals& m_signals;
-    RoundObserver& m_observer;
-    SteadyClock::time_point m_start = SteadyClock::now();
-    std::vector<Search> m_searches;
-    DeviceTable m_table;
-    MacMakers m_makers;
+    const Request& m_request;
+    const Wake& m_wake;
+    Observer& m_observer;
+    Clock::time_point m_start = Clock::now();
+    Clock::time_point m_nextSettle = m_start;
+    std::deque<std::pair<const Source*, Job>> m_waiting;
+    std::size_t m_upnpJobs = 0;
+    std::vector<Running> m_running;
+    Inventory m_inventory{[](const std::string& mac) { return MakerOfMac(mac); }};
+    std::set<AddressConflict> m_toldConflicts;
     bool m_full = false;
+    bool m_stopped = false;
     Report m_report;
 };
 
-double Round::Elapsed() const {
-    return std::chrono::duration<double>(SteadyClock::now() - m_start).count();
+double Search::Elapsed() const {
+    return std::chrono::duration<double>(Clock::now() - m_start).count();
 }
 
-bool Round::IsRunning() const {
-    return std::any_of(m_searches.begin(), m_searches.end(),
-                       [](const Search& search) { return !search.ended; });
+// UPnP searches that have to wait for others take their time after them.
+double Search::Expected() const {
+    const auto atOnce = static_cast<std::size_t>(std::max(m_request.atOnce, 1));
+    const std::size_t turns = std::max<std::size_t>((m_upnpJobs + atOnce - 1) / atOnce, 1);
+    return static_cast<double>(turns) * static_cast<double>(m_request.timeout.count());
 }
 
-// A problem is told once, however many searches meet it.
-void Round::Tell(Problem problem) {
+std::size_t Search::RunningCount() const {
+    return static_cast<std::size_t>(std::count_if(m_running.begin(), m_running.end(),
+                                                  [](const Running& one) { return !one.ended; }));
+}
+
+void Search::Tell(Problem problem) {
     auto& problems = m_report.problems;
     if (std::find(problems.begin(), problems.end(), problem) == problems.end()) {
         m_observer.OnProblem(problem);
@@ -84,188 +131,299 @@ void Round::Tell(Problem problem) {
     }
 }
 
-void Round::WarnOfMissingArping() {
-    if (m_options.onvif && access(kArping, X_OK) != 0) {
+void Search::PlanJobs() {
+    const bool onlyTo =
+        !m_request.to.empty() && m_request.interfaces.empty() && m_request.addresses.empty();
+    Choice choice;
+    if (!onlyTo) {
+        choice = ChooseTargets(ReadLocalAddresses(), m_request.interfaces, m_request.addresses);
+    }
+    for (Problem& problem : choice.problems) {
+        Tell(std::move(problem));
+    }
+    for (const Source& source : Sources()) {
+        if (!source.wanted(m_request)) {
+            continue;
+        }
+        if (source.processForEachTarget) {
+            int number = 0;
+            for (const Target& target : choice.targets) {
+                m_waiting.push_back({&source, {{target}, number++, m_request}});
+                m_upnpJobs += source.work == Work::Upnp ? 1 : 0;
+            }
+        } else if (!choice.targets.empty() ||
+                   (source.id == SourceId::Probes && !m_request.to.empty())) {
+            m_waiting.push_back({&source, {choice.targets, 0, m_request}});
+        }
+    }
+}
+
+void Search::StartWaiting() {
+    auto upnp = std::count_if(m_running.begin(), m_running.end(), [](const Running& one) {
+        return !one.ended && one.source->work == Work::Upnp;
+    });
+    for (auto waiting = m_waiting.begin(); waiting != m_waiting.end();) {
+        const bool isUpnp = waiting->first->work == Work::Upnp;
+        if (isUpnp && upnp >= m_request.atOnce) {
+            ++waiting;
+            continue;
+        }
+        upnp += isUpnp ? 1 : 0;
+        StartOne(*waiting->first, std::move(waiting->second));
+        waiting = m_waiting.erase(waiting);
+    }
+}
+
+void Search::StartOne(const Source& source, Job job) {
+    std::vector<SearchReport> reports;
+    for (const Target& target : job.targets) {
+        reports.push_back({target, source.id, source.work, Outcome::Done});
+    }
+    if (source.id == SourceId::Probes && !m_request.to.empty()) {
+        reports.push_back({{}, source.id, source.work, Outcome::Done});
+    }
+    auto process =
+        SourceProcess::Start([&source, &job](Sender& sender) { source.run(job, sender); });
+    if (!process) {
+        const int error = errno;
+        for (SearchReport& report : reports) {
+            report.outcome = Outcome::Failed;
+        }
+        m_report.searches.insert(m_report.searches.end(), reports.begin(), reports.end());
+        return Tell({Problem::Weight::Error,
+                     {},
+                     ProtocolName(source.work),
+                     fmt::format("no process could be started: {}", std::strerror(error)),
+                     ""});
+    }
+    m_running.push_back({std::move(*process), &source,
+                         Clock::now() + m_request.timeout + kLastAnswers, std::move(reports)});
+}
+
+void Search::TellFull() {
+    if (!std::exchange(m_full, true)) {
         Tell({Problem::Weight::Notice,
               {},
               "",
-              fmt::format("{} is missing, so the MAC addresses of some cameras will be too",
-                          kArping),
-              "Install the package iputils-arping"});
+              fmt::format("more than {} devices answer; the others are left out",
+                          Inventory::kMostDevices),
+              "Somebody may be flooding the network with forged answers"});
     }
 }
 
-void Round::StartOne(const Target& target, Protocol protocol, int number) {
-    const int seconds = m_options.timeoutSeconds;
-    auto process = SearchProcess::Start([&](Sender& sender) {
-        if (protocol == Protocol::Onvif) {
-            RunOnvifSearch(target, seconds, sender);
-        } else {
-            RunUpnpSearch(target, seconds, number, sender);
+void Search::Take(Running& one, const SightingMessage& message) {
+    Sighting sighting = message.sighting;
+    sighting.source = one.source->id;  // whatever it says of itself
+    if (!m_inventory.Add(sighting, std::time(nullptr))) {
+        TellFull();
+    }
+}
+
+// Another source that may still do the same work at the same address.
+bool Search::OthersDo(const SearchReport& failed) const {
+    for (const Running& one : m_running) {
+        for (const SearchReport& report : one.reports) {
+            if (report.work == failed.work && report.source != failed.source &&
+                report.target == failed.target && report.outcome != Outcome::Failed) {
+                return true;
+            }
         }
-    });
-    if (!process) {
-        m_report.searches.push_back({target, protocol, Outcome::Failed});
-        return Tell({Problem::Weight::Error, target, ProtocolText(protocol),
-                     fmt::format("no process could be started: {}", std::strerror(errno)), ""});
     }
-    m_searches.push_back({std::move(*process), {target, protocol, Outcome::Done}});
+    return false;
 }
 
-void Round::Start(const std::vector<Target>& targets) {
-    int number = 0;
-    for (const Target& target : targets) {
-        if (m_options.onvif) {
-            StartOne(target, Protocol::Onvif, number);
+void Search::Take(Running& one, const FailureMessage& failure) {
+    bool compensated = one.source->work == Work::Macs;
+    for (SearchReport& report : one.reports) {
+        if (failure.target.address.empty() || report.target == failure.target) {
+            report.outcome = Outcome::Failed;
+            compensated = compensated || OthersDo(report);
         }
-        if (m_options.upnp) {
-            StartOne(target, Protocol::Upnp, number);
-        }
-        ++number;
     }
+    Tell({compensated ? Problem::Weight::Notice : Problem::Weight::Error, failure.target,
+          ProtocolName(one.source->work),
+          compensated && one.source->work != Work::Macs ? failure.what + "; searching beside it"
+                                                        : failure.what,
+          compensated ? "" : failure.remedy});
 }
 
-void Round::Take(Search& search, FoundMessage found) {
-    Device& device = found.device;
-    if (!device.mac.empty()) {
-        device.macMaker = m_makers.MakerOf(device.mac);
-    }
-    device.firstSeen = NowText();
-    const DeviceTable::Result result = m_table.Add(device, search.report.target);
-    if (result.change == DeviceTable::Change::Full) {
-        if (!std::exchange(m_full, true)) {
-            Tell({Problem::Weight::Notice,
-                  {},
-                  "",
-                  fmt::format("more than {} devices answer; the others are left out",
-                              DeviceTable::kMostDevices),
-                  "Somebody may be flooding the network with forged answers"});
-        }
-    } else if (result.change != DeviceTable::Change::None) {
-        m_observer.OnFound(m_table, result);
-    }
-}
-
-void Round::Take(Search& search, const LogMessage& log) {
-    m_observer.OnLibraryLine(log.level, log.line);
-    if (auto problem = ExplainLogLine(search.report.target, log.line)) {
-        search.report.outcome = Outcome::Failed;
-        Tell(std::move(*problem));
-    }
-}
-
-void Round::Take(Search& search, const FailureMessage& failure) {
-    search.report.outcome = Outcome::Failed;
-    Tell({Problem::Weight::Error, search.report.target, ProtocolText(search.report.protocol),
-          failure.what, ""});
-}
-
-void Round::Take(Search& search, const Message& message) {
-    if (const auto* found = std::get_if<FoundMessage>(&message)) {
-        Take(search, *found);
-    } else if (const auto* log = std::get_if<LogMessage>(&message)) {
-        Take(search, *log);
-    } else if (const auto* failure = std::get_if<FailureMessage>(&message)) {
-        Take(search, *failure);
-    } else {
-        search.saidDone = true;
-    }
-}
-
-void Round::Read(Search& search) {
-    const bool more = search.process.ReadLines([&](std::string_view line) {
-        if (const auto message = DecodeMessage(line)) {
-            Take(search, *message);
-        }
-    });
-    if (!more) {
-        End(search);
-    }
-}
-
-void Round::End(Search& search) {
-    search.ended = true;
-    const int signal = search.process.Join();
-    if (search.saidDone || search.report.outcome != Outcome::Done) {
+void Search::Take(Running& one, std::string_view line) {
+    const std::optional<Message> message = DecodeMessage(line);
+    if (!message) {
         return;
     }
-    search.report.outcome = Outcome::Failed;
-    Tell({Problem::Weight::Error, search.report.target, ProtocolText(search.report.protocol),
-          signal == 0
-              ? "the search ended unexpectedly"
-              : fmt::format("the search was ended by signal {} ({})", signal, strsignal(signal)),
-          "What it had found is kept"});
+    if (const auto* sighting = std::get_if<SightingMessage>(&*message)) {
+        Take(one, *sighting);
+    } else if (const auto* log = std::get_if<LogMessage>(&*message)) {
+        m_observer.OnLogLine(log->level, log->text);
+    } else if (const auto* failure = std::get_if<FailureMessage>(&*message)) {
+        Take(one, *failure);
+    } else if (const auto* notice = std::get_if<NoticeMessage>(&*message)) {
+        Tell({Problem::Weight::Notice, notice->target, ProtocolName(one.source->work), notice->what,
+              notice->remedy});
+    } else {
+        one.saidDone = true;
+    }
 }
 
-void Round::EndAll(Outcome outcome) {
-    for (Search& search : m_searches) {
-        if (search.ended) {
+void Search::Read(Running& one) {
+    if (!one.process.ReadLines([&](std::string_view line) { Take(one, line); })) {
+        Finish(one);
+    }
+}
+
+void Search::Finish(Running& one) {
+    one.ended = true;
+    const int signal = one.process.Join();
+    const bool failed =
+        std::all_of(one.reports.begin(), one.reports.end(),
+                    [](const SearchReport& report) { return report.outcome == Outcome::Failed; });
+    if (one.saidDone || (failed && !one.reports.empty())) {
+        return;
+    }
+    Take(one, FailureMessage{one.reports.size() == 1 ? one.reports.front().target : Target{},
+                             signal == 0 ? "the search ended unexpectedly"
+                                         : fmt::format("the search was ended by signal {} ({})",
+                                                       signal, strsignal(signal)),
+                             "What it had found is kept"});
+}
+
+void Search::Kill(Running& one) {
+    one.process.Kill();
+    one.process.DrainLines([&](std::string_view line) { Take(one, line); });
+    one.ended = true;
+}
+
+void Search::EndOverdue() {
+    for (Running& one : m_running) {
+        if (!one.ended && Clock::now() > one.end) {
+            Kill(one);
+        }
+    }
+}
+
+void Search::EndAll(Outcome outcome) {
+    m_stopped = true;
+    m_waiting.clear();
+    for (Running& one : m_running) {
+        if (one.ended) {
             continue;
         }
-        search.process.Kill();
-        search.ended = true;
-        search.report.outcome = outcome;
+        Kill(one);
+        for (SearchReport& report : one.reports) {
+            if (report.outcome == Outcome::Done) {
+                report.outcome = outcome;
+            }
+        }
         if (outcome == Outcome::CutShort) {
-            Tell({Problem::Weight::Notice, search.report.target,
-                  ProtocolText(search.report.protocol),
+            Tell({Problem::Weight::Notice,
+                  {},
+                  ProtocolName(one.source->work),
                   fmt::format("the search still ran after {} seconds and was ended",
-                              m_options.maxSeconds),
+                              m_request.maxTime.count()),
                   "Give it longer with --max-time"});
         }
     }
 }
 
-void Round::Step() {
-    std::vector<pollfd> entries{{m_signals.Fd(), POLLIN, 0}};
-    std::vector<Search*> polled;
-    for (Search& search : m_searches) {
-        if (!search.ended) {
-            entries.push_back({search.process.Fd(), POLLIN, 0});
-            polled.push_back(&search);
+void Search::TellConflicts() {
+    for (const AddressConflict& conflict : m_inventory.Conflicts()) {
+        if (m_toldConflicts.insert(conflict).second) {
+            Tell({Problem::Weight::Notice,
+                  {},
+                  "",
+                  fmt::format("{} is the address of {} devices: {}", conflict.ip,
+                              conflict.macs.size(), fmt::join(conflict.macs, ", ")),
+                  "Disconnect all but one of them, give that one another address, and go on with "
+                  "the next"});
         }
     }
-    poll(entries.data(), entries.size(), kTickMilliseconds);
-    m_signals.Take();
-    if (m_signals.TakeResumed()) {
-        m_observer.OnResumed();
+}
+
+void Search::Settle(bool all) {
+    const auto start = Clock::now();
+    if (!all && start < m_nextSettle) {
+        return;
     }
+    for (const Inventory::News& news : all ? m_inventory.SettleAll() : m_inventory.Settle()) {
+        DeviceEvent event;
+        event.number = news.number;
+        switch (news.change) {
+            case Inventory::Change::Added:
+                event.what = DeviceEvent::What::Found;
+                event.device = m_inventory.DeviceNumbered(news.number);
+                break;
+            case Inventory::Change::Updated:
+                event.what = DeviceEvent::What::Updated;
+                event.device = m_inventory.DeviceNumbered(news.number);
+                break;
+            case Inventory::Change::Withdrawn:
+                event.what = DeviceEvent::What::Withdrawn;
+                event.device = news.former;
+                break;
+        }
+        m_observer.OnDevice(event);
+    }
+    TellConflicts();
+    const auto end = Clock::now();
+    m_nextSettle = end + (end - start) * kSettleShare;
+}
+
+void Search::Step() {
+    std::vector<pollfd> entries{{m_wake.fd, POLLIN, 0}};
+    std::vector<Running*> polled;
+    for (Running& one : m_running) {
+        if (!one.ended) {
+            entries.push_back({one.process.Fd(), POLLIN, 0});
+            polled.push_back(&one);
+        }
+    }
+    poll(entries.data(), entries.size(), static_cast<int>(kTick.count()));
     for (std::size_t i = 0; i < polled.size(); ++i) {
         if (entries[i + 1].revents != 0) {
             Read(*polled[i]);
         }
     }
+    if (entries[0].revents != 0 && m_wake.wantsToEnd && m_wake.wantsToEnd()) {
+        EndAll(Outcome::Interrupted);
+    }
 }
 
-Report Round::Run(const std::vector<Target>& targets) {
+Report Search::Run() {
     m_report.started = NowText();
-    WarnOfMissingArping();
-    Start(targets);
-    const double expected = m_options.timeoutSeconds + kLastAnswersSeconds;
-    while (IsRunning()) {
+    PlanJobs();
+    auto nextTick = m_start;
+    for (StartWaiting(); RunningCount() > 0; StartWaiting()) {
         Step();
-        const auto running = std::count_if(m_searches.begin(), m_searches.end(),
-                                           [](const Search& search) { return !search.ended; });
-        m_observer.OnProgress(m_table, {Elapsed(), expected, static_cast<std::size_t>(running)});
-        if (m_signals.Interrupted()) {
-            EndAll(Outcome::Interrupted);
-        } else if (Elapsed() > m_options.maxSeconds) {
+        EndOverdue();
+        if (Clock::now() - m_start > m_request.maxTime && RunningCount() > 0) {
             EndAll(Outcome::CutShort);
         }
+        if (const auto now = Clock::now(); now >= nextTick) {
+            nextTick = now + kTick;
+            Settle(false);
+            m_observer.OnProgress(m_inventory.Devices(), {Elapsed(), Expected(), RunningCount()});
+        }
     }
-    for (const Search& search : m_searches) {
-        m_report.searches.push_back(search.report);
+    Settle(true);
+    m_observer.OnProgress(m_inventory.Devices(), {Elapsed(), Expected(), 0});
+    for (const Running& one : m_running) {
+        if (one.source->work != Work::Macs) {
+            m_report.searches.insert(m_report.searches.end(), one.reports.begin(),
+                                     one.reports.end());
+        }
     }
     m_report.finished = NowText();
     m_report.seconds = Elapsed();
-    m_report.devices = m_table.Devices();
+    m_report.devices.assign(m_inventory.Devices().begin(), m_inventory.Devices().end());
+    SortDevices(m_report.devices, Fields().front());
     return std::move(m_report);
 }
 
 }  // namespace
 
-Report RunRound(const Options& options, const std::vector<Target>& targets, Signals& signals,
-                RoundObserver& observer) {
-    return Round(options, signals, observer).Run(targets);
+Report RunSearch(const Request& request, const Wake& wake, Observer& observer) {
+    return Search(request, wake, observer).Run();
 }
 
 }  // namespace Lanscout

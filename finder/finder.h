@@ -1,29 +1,49 @@
-// One round: every chosen address searched at once, each way in a process of its own.
+// The door of the finder: a request in, events out.
+//
+//     class Show : public Lanscout::Observer { ... };
+//     Show show;
+//     Lanscout::Request request;
+//     const Lanscout::Report report = Lanscout::RunSearch(request, {}, show);
+//
+// Everything that strangers wrote is read in child processes. One thread calls RunSearch, and the
+// observer is called on it.
 #pragma once
 
+#include <functional>
+#include <span>
 #include <string_view>
-#include <vector>
 
-#include "finder/device/inventory.h"
-#include "finder/report.h"
-#include "tools/lanscout/options.h"
-#include "tools/lanscout/task/signals.h"
+#include "finder/event.h"
 
 namespace Lanscout {
 
-// Hears of a round while it runs.
-class RoundObserver {
+// Hears of a search while it runs.
+class Observer {
 public:
-    virtual ~RoundObserver() = default;
-    virtual void OnFound(const DeviceTable& table, DeviceTable::Result result) = 0;
+    virtual ~Observer() = default;
+
+    // The list has changed: Found, Updated or Withdrawn.
+    virtual void OnDevice(const DeviceEvent& event) = 0;
+
+    // Told once for each problem, however many sources meet it.
     virtual void OnProblem(const Problem& problem) = 0;
-    virtual void OnLibraryLine(int level, std::string_view line) = 0;
-    virtual void OnResumed() = 0;  // after the program was stopped
-    virtual void OnProgress(const DeviceTable& table, const Progress& progress) = 0;
+
+    // A line of the library's log.
+    virtual void OnLogLine(int level, std::string_view text) = 0;
+
+    // Several times a second. The devices are in no particular order.
+    virtual void OnProgress(std::span<const Device> devices, const Progress& progress) = 0;
 };
 
-// Runs a round to its end, or until the user wants one. The devices come in the order of finding.
-Report RunRound(const Options& options, const std::vector<Target>& targets, Signals& signals,
-                RoundObserver& observer);
+// What wakes the search up beside its sources.
+struct Wake {
+    int fd = -1;                       // polled for reading; negative: none
+    std::function<bool()> wantsToEnd;  // called whenever fd can be read; true ends the search
+};
+
+// Searches to the end of the request's time, or until it is told to end, and returns what came of
+// it, the devices sorted by address. Never throws for what the network does. To be called while
+// the process has one thread only: it forks.
+Report RunSearch(const Request& request, const Wake& wake, Observer& observer);
 
 }  // namespace Lanscout

@@ -33,8 +33,8 @@ void CheckDevice(const Device& device) {
 }
 
 void CheckComparison(const Lanscout::Comparison& comparison) {
-    for (const bool aligned : {false, true}) {
-        const std::string text = Lanscout::ComparisonText(comparison, aligned);
+    for (const Lanscout::ChangedDevice& changed : comparison.changed) {
+        const std::string text = Lanscout::ChangesText(changed.changes);
         Check(std::none_of(text.begin(), text.end(),
                            [](unsigned char c) {
                                return (c < 0x20 && c != '\n' && c != '\t') || c == 0x7F;

@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "finder/text/safetext.h"
+#include "finder/device/identity.h"
 
 namespace Lanscout {
 namespace {
@@ -15,20 +15,6 @@ Json DevicesToJson(const std::vector<Device>& devices) {
         json.push_back(DeviceToJson(device));
     }
     return json;
-}
-
-std::string Line(const char* what, const Device& device, const std::string& changes, bool aligned) {
-    // An earlier document, edited or not ours, may have any text there.
-    const std::string mac = device.mac.empty() ? "-" : ForDisplay(device.mac);
-    const std::string shown = WhatItIs(device).empty() ? "-" : ForDisplay(WhatItIs(device));
-    std::string line = aligned
-                           ? fmt::format("{:<8} {:<15}  {:<17}  {}", what, device.ip, mac, shown)
-                           : fmt::format("{}\t{}\t{}\t{}\t{}", what, device.ip, mac, shown,
-                                         changes.empty() ? "-" : changes);
-    if (aligned && !changes.empty()) {
-        line += "  (" + changes + ")";
-    }
-    return line + "\n";
 }
 
 }  // namespace
@@ -77,24 +63,6 @@ std::variant<std::vector<Device>, std::string> DevicesFromDocument(std::string_v
     return devices;
 }
 
-std::string ChangesText(const std::vector<FieldChange>& changes) {
-    std::string text;
-    for (const FieldChange& change : changes) {
-        text += fmt::format("{}{}: {} -> {}", text.empty() ? "" : "; ", change.field,
-                            ForDisplay(change.before), ForDisplay(change.after));
-    }
-    return text;
-}
-
-Json ChangesToJson(const std::vector<FieldChange>& changes) {
-    Json json = Json::array();
-    for (const FieldChange& change : changes) {
-        json.push_back(
-            {{"field", change.field}, {"before", change.before}, {"after", change.after}});
-    }
-    return json;
-}
-
 Json ComparisonToJson(const Comparison& comparison) {
     Json json;
     json["same"] = comparison.IsSame();
@@ -106,27 +74,6 @@ Json ComparisonToJson(const Comparison& comparison) {
             {{"device", DeviceToJson(changed.after)}, {"changes", ChangesToJson(changed.changes)}});
     }
     return json;
-}
-
-std::string ComparisonText(const Comparison& comparison, bool aligned) {
-    std::string text;
-    for (const Device& device : comparison.missing) {
-        text += Line("missing", device, "", aligned);
-    }
-    for (const Device& device : comparison.added) {
-        text += Line("new", device, "", aligned);
-    }
-    for (const ChangedDevice& changed : comparison.changed) {
-        text += Line("changed", changed.after, ChangesText(changed.changes), aligned);
-    }
-    return text;
-}
-
-const std::string& WhatItIs(const Device& device) {
-    if (!device.hardware.empty()) {
-        return device.hardware;
-    }
-    return device.name.empty() ? device.model : device.name;
 }
 
 }  // namespace Lanscout

@@ -1,4 +1,4 @@
-// An earlier result against a later one.
+// An earlier list of devices against a later one.
 #pragma once
 
 #include <string>
@@ -6,8 +6,8 @@
 #include <variant>
 #include <vector>
 
+#include "finder/device/changes.h"
 #include "finder/device/devicejson.h"
-#include "finder/device/identity.h"
 
 namespace Lanscout {
 
@@ -31,19 +31,8 @@ Comparison Compare(const std::vector<Device>& before, const std::vector<Device>&
 std::variant<std::vector<Device>, std::string> DevicesFromDocument(std::string_view text);
 
 // The longest document that is read.
-inline constexpr std::size_t kLongestDocumentBytes = std::size_t{256} * 1024 * 1024;
+inline constexpr std::size_t kLongestDocumentBytes = std::size_t{32} * 1024 * 1024;
 
-// "port: 80 -> 8080; hardware: IPC-1 -> IPC-2"
-std::string ChangesText(const std::vector<FieldChange>& changes);
-
-Json ChangesToJson(const std::vector<FieldChange>& changes);
 Json ComparisonToJson(const Comparison& comparison);
-
-// A line a difference: missing, new or changed; IP, MAC, what it is, what changed. Between tabs, or
-// aligned for people.
-std::string ComparisonText(const Comparison& comparison, bool aligned);
-
-// Hardware, or else the name, or else the model.
-const std::string& WhatItIs(const Device& device);
 
 }  // namespace Lanscout

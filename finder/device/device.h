@@ -1,4 +1,4 @@
-// What the tool knows of one device, and where it was looked for.
+// What is known of one device, and where it was looked for.
 #pragma once
 
 #include <string>
@@ -6,50 +6,93 @@
 
 namespace Lanscout {
 
-enum class Protocol { Onvif, Upnp };
-
 // Ordered by what wins when two sources disagree: who answers as a camera is one.
 enum class Kind { Unknown, Other, Camera };
+
+// How the device is reached from where it was heard. Ordered by what wins: who is in a subnet of
+// ours is local, however else it was heard.
+enum class Reach {
+    Unknown,
+    Routed,   // behind a router: asked at its address, not by multicast
+    Foreign,  // on this wire, with an address of another subnet
+    Local,    // in a subnet of the interface
+};
+
+// How the device was found.
+struct Protocols {
+    bool onvif = false;
+    bool upnp = false;
+
+    bool operator==(const Protocols&) const = default;
+};
 
 // One local address that is searched, and the interface that carries it (empty if none does).
 struct Target {
     std::string interface;
     std::string address;
 
-    bool operator==(const Target&) const = default;
+    auto operator<=>(const Target&) const = default;
 };
 
-// Texts are valid UTF-8 and otherwise whatever the device said; an empty text means unknown.
+// Texts are valid UTF-8 and otherwise whatever the device said. An empty text or list, a zero and
+// Unknown mean that it is not known. finder/device/fields.cpp has what each member is called, how
+// it is shown and how two sightings of it merge.
 struct Device {
-    std::string ip;
-    std::vector<std::string> otherIps;  // the same device's addresses on other interfaces
-    int port = 0;                       // as the device named it: any 32-bit value
-    bool onvif = false;
-    bool upnp = false;
+    std::string ip;                     // IPv4, dotted decimal; empty when only IPv6 was heard
+    std::vector<std::string> otherIps;  // further IPv4 addresses of the same device
+    std::vector<std::string> ipv6;      // with the zone where they are link-local: fe80::1%eth0
+    int port = 0;                       // of the ONVIF device service, as named: any 32-bit value
+    Protocols protocols;
     Kind kind = Kind::Unknown;
-    std::string hardware;  // from the ONVIF scopes
-    std::string mac;       // "00:1B:FF:01:02:03"
-    std::string macMaker;  // whom the MAC address was assigned to
-    std::string name;      // from the UPnP description, as the following
-    std::string maker;
-    std::string model;
-    std::string page;  // absolute http or https URL
-    std::string deviceType;
-    std::string udn;
-    std::string location;  // where the description stands
+    std::string hardware;               // from the ONVIF scopes, as the following two
+    std::string name;                   // or else from the UPnP description
+    std::string location;               // the place
+    std::string maker;                  // from the UPnP description or the scopes
+    std::string model;                  // from the UPnP description
+    std::string serial;                 // from the scopes or the UPnP description
+    std::string firmware;               // from the scopes
+    std::vector<std::string> profiles;  // ONVIF profiles of the scopes: "Streaming", "T"
+    std::vector<std::string> types;     // of the reply, each as {namespace}name
+    std::vector<std::string> scopes;    // of the reply, as sent
+    std::vector<std::string> xaddrs;    // of the reply, as sent
+    std::string uuid;                   // the endpoint reference, as sent
+    int metadataVersion = 0;            // of the reply
+    std::string mac;                    // "00:1B:FF:01:02:03", as the network says
+    std::string macMaker;               // whom the MAC address was assigned to
+    std::string claimedMac;             // as the scopes say
+    std::string page;                   // absolute http or https URL for a browser
+    std::string deviceType;             // UPnP
+    std::string udn;                    // UPnP
+    std::string descriptionUrl;         // UPnP: where the description stands
+    Reach reach = Reach::Unknown;
+    bool sharedAddress = false;  // another device answers at the same address
+    std::string firstSeen;       // ISO 8601, UTC
+    std::string lastSeen;        // ISO 8601, UTC
     std::vector<Target> seenVia;
-    std::string firstSeen;  // ISO 8601, UTC
 
     bool operator==(const Device&) const = default;
 };
 
 const char* KindText(Kind kind);
-const char* ProtocolText(Protocol protocol);
+const char* ReachText(Reach reach);  // empty for Unknown
 
 // "onvif", "upnp" or "onvif,upnp".
-std::string ProtocolsText(const Device& device);
+std::string ProtocolsText(const Protocols& protocols);
 
-// The maker to show: the description's, or else the MAC address's.
+// The address to show: the IPv4 one, or else the first IPv6 one.
+std::string ShownAddress(const Device& device);
+
+// The maker to show: the device's own word, or else whom its MAC address was assigned to.
 const std::string& ShownMaker(const Device& device);
+
+// The model to show: of hardware and model the one that says more. A hardware of "MODEL",
+// "IPCamera", a number, a MAC address or nothing does not say much.
+const std::string& ShownModel(const Device& device);
+
+// The MAC address to show: the network's, or else the device's claim in brackets.
+std::string ShownMac(const Device& device);
+
+// Whether an ONVIF device says that nobody has set it up yet (ONVIF Profile Q).
+bool IsUnconfigured(const Device& device);
 
 }  // namespace Lanscout

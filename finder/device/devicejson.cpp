@@ -1,123 +1,30 @@
 #include "finder/device/devicejson.h"
 
-#include <arpa/inet.h>
+#include <algorithm>
 
-#include <array>
-#include <cstdint>
-#include <limits>
-#include <utility>
-
-#include "finder/text/safetext.h"
+#include "finder/text/addresstext.h"
 
 namespace Lanscout {
 namespace {
 
-struct TextMember {
-    const char* name;
-    std::string Device::*member;
-};
-
-constexpr std::array kTextMembers{TextMember{"hardware", &Device::hardware},
-                                  TextMember{"mac", &Device::mac},
-                                  TextMember{"macMaker", &Device::macMaker},
-                                  TextMember{"name", &Device::name},
-                                  TextMember{"maker", &Device::maker},
-                                  TextMember{"model", &Device::model},
-                                  TextMember{"page", &Device::page},
-                                  TextMember{"deviceType", &Device::deviceType},
-                                  TextMember{"udn", &Device::udn},
-                                  TextMember{"location", &Device::location},
-                                  TextMember{"firstSeen", &Device::firstSeen}};
-
-constexpr std::size_t kMostListed = 64;
-
-Json TextOrNull(const std::string& text) {
-    return text.empty() ? Json() : Json(text);
+template <typename IsUsable>
+void KeepUsable(std::vector<std::string>& list, IsUsable isUsable) {
+    std::erase_if(list, [&](const std::string& text) { return !isUsable(text); });
 }
 
-std::string TextAt(const Json& json, const char* name) {
-    const auto found = json.find(name);
-    return found != json.end() && found->is_string()
-               ? ToKeptText(found->get_ref<const std::string&>())
-               : std::string();
-}
-
-const Json* ArrayAt(const Json& json, const char* name) {
-    const auto found = json.find(name);
-    return found != json.end() && found->is_array() && found->size() <= kMostListed ? &*found
-                                                                                    : nullptr;
-}
-
-bool IsIpv4(const std::string& text) {
-    in_addr address{};
-    // inet_pton reads up to a zero byte, behind which anything may stand.
-    return text.find('\0') == std::string::npos && inet_pton(AF_INET, text.c_str(), &address) == 1;
-}
-
-int PortFrom(const Json& json) {
-    const auto found = json.find("port");
-    if (found == json.end() || !found->is_number_integer()) {
-        return 0;
-    }
-    if (found->is_number_unsigned()) {
-        const auto value = found->get<std::uint64_t>();
-        return std::in_range<int>(value) ? static_cast<int>(value) : 0;
-    }
-    const auto value = found->get<std::int64_t>();
-    return std::in_range<int>(value) ? static_cast<int>(value) : 0;
-}
-
-Kind KindFrom(const std::string& text) {
-    if (text == "camera") {
-        return Kind::Camera;
-    }
-    return text == "other" ? Kind::Other : Kind::Unknown;
-}
-
-void ReadLists(const Json& json, Device& device) {
-    if (const Json* others = ArrayAt(json, "otherIps")) {
-        for (const Json& other : *others) {
-            if (other.is_string() && IsIpv4(other.get_ref<const std::string&>())) {
-                device.otherIps.push_back(other.get<std::string>());
-            }
-        }
-    }
-    if (const Json* protocols = ArrayAt(json, "protocols")) {
-        for (const Json& protocol : *protocols) {
-            device.onvif = device.onvif || protocol == "onvif";
-            device.upnp = device.upnp || protocol == "upnp";
-        }
-    }
-    if (const Json* seenVia = ArrayAt(json, "seenVia")) {
-        for (const Json& via : *seenVia) {
-            if (via.is_object()) {
-                device.seenVia.push_back({TextAt(via, "interface"), TextAt(via, "address")});
-            }
-        }
-    }
+// Whether what is left is an address that the device can be told by.
+bool KeepUsableAddresses(Device& device) {
+    KeepUsable(device.otherIps, IsIpv4Text);
+    KeepUsable(device.ipv6, IsIpv6Text);
+    return device.ip.empty() ? !device.ipv6.empty() : IsIpv4Text(device.ip);
 }
 
 }  // namespace
 
 Json DeviceToJson(const Device& device) {
     Json json;
-    json["ip"] = device.ip;
-    json["otherIps"] = device.otherIps;
-    json["port"] = device.port;
-    json["protocols"] = Json::array();
-    if (device.onvif) {
-        json["protocols"].push_back("onvif");
-    }
-    if (device.upnp) {
-        json["protocols"].push_back("upnp");
-    }
-    json["kind"] = KindText(device.kind);
-    for (const TextMember& text : kTextMembers) {
-        json[text.name] = TextOrNull(device.*text.member);
-    }
-    json["seenVia"] = Json::array();
-    for (const Target& via : device.seenVia) {
-        json["seenVia"].push_back({{"interface", via.interface}, {"address", via.address}});
+    for (const Field& field : Fields()) {
+        json[field.name] = FieldToJson(field, device);
     }
     return json;
 }
@@ -127,17 +34,28 @@ std::optional<Device> DeviceFromJson(const Json& json) {
         return std::nullopt;
     }
     Device device;
-    device.ip = TextAt(json, "ip");
-    if (!IsIpv4(device.ip)) {
+    for (const Field& field : Fields()) {
+        if (const auto found = json.find(field.name); found != json.end()) {
+            FieldFromJson(field, *found, device);
+        }
+    }
+    if (!KeepUsableAddresses(device)) {
         return std::nullopt;
     }
-    device.port = PortFrom(json);
-    device.kind = KindFrom(TextAt(json, "kind"));
-    for (const TextMember& text : kTextMembers) {
-        device.*text.member = TextAt(json, text.name);
-    }
-    ReadLists(json, device);
     return device;
+}
+
+Json DeviceSchema() {
+    Json properties;
+    Json required = Json::array();
+    for (const Field& field : Fields()) {
+        properties[field.name] = FieldSchema(field);
+        required.push_back(field.name);
+    }
+    return {{"type", "object"},
+            {"properties", std::move(properties)},
+            {"required", std::move(required)},
+            {"additionalProperties", false}};
 }
 
 std::string DumpLine(const Json& json) {

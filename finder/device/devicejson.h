@@ -1,20 +1,21 @@
 // A device as JSON, as --json writes it and --compare reads it.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
+#include <string>
 
-#include "finder/device/device.h"
+#include "finder/device/fields.h"
 
 namespace Lanscout {
-
-using Json = nlohmann::ordered_json;
 
 Json DeviceToJson(const Device& device);
 
 // Nothing when it is no object or has no usable address; other members that are missing or of
-// another type stay unknown.
+// another type stay unknown, and members that we do not know are passed over.
 std::optional<Device> DeviceFromJson(const Json& json);
+
+// The JSON schema of a device.
+Json DeviceSchema();
 
 // One line, all ASCII, so that it is harmless on any terminal.
 std::string DumpLine(const Json& json);

@@ -1,8 +1,13 @@
-// Which device of one result is which of another, and what has changed about it.
+// Which sightings are one device. The list of a search, --compare and --watch all ask here.
+//
+// A device is told by its MAC address, by its unique id (the ONVIF endpoint reference, the UPnP
+// UDN) and by its IP address, in this order: a known contradiction in an earlier one outweighs
+// agreement in a later one.
 #pragma once
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,21 +15,34 @@
 
 namespace Lanscout {
 
-// For each of `before` its partner's index in `after`. A device is the same as before when its MAC
-// address is, or its unique name, or else its IP address as far as the MAC addresses do not
-// contradict.
-std::vector<std::optional<std::size_t>> MatchDevices(const std::vector<Device>& before,
-                                                     const std::vector<Device>& after);
+// What a device is told by. Empty texts are not known.
+struct Marks {
+    std::string mac;
+    std::string uuid;  // bare: without "urn:uuid:" and in lower case, as the UDN
+    std::string udn;
+    std::string ip;  // IPv4, or else IPv6
+    std::string interface;
+    std::string hardware;
 
-struct FieldChange {
-    std::string field;
-    std::string before;
-    std::string after;
-
-    bool operator==(const FieldChange&) const = default;
+    bool operator==(const Marks&) const = default;
 };
 
-// What is unknown on one side has not changed: an answer may have been lost.
-std::vector<FieldChange> ChangesBetween(const Device& before, const Device& after);
+Marks MarksOf(const Device& device, const std::string& interface);
+
+// An id without what only says that it is one: "urn:uuid:AB" and "uuid:ab" are "ab".
+std::string BareId(const std::string& id);
+
+bool IsIpv6Mark(const std::string& ip);
+
+// Both known, and different.
+bool Contradict(const std::string& a, const std::string& b);
+
+// Puts sightings of one moment together: each element of the result holds the indices of one
+// device's. The order of `all` makes no difference to who is put together.
+std::vector<std::vector<std::size_t>> GroupByDevice(std::span<const Marks> all);
+
+// For each of `before`, a list of an earlier moment, its partner's index in `after`.
+std::vector<std::optional<std::size_t>> MatchDevices(const std::vector<Device>& before,
+                                                     const std::vector<Device>& after);
 
 }  // namespace Lanscout

@@ -1,111 +1,400 @@
 #include "finder/device/inventory.h"
 
+#include <fmt/chrono.h>
+
 #include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "finder/device/fields.h"
 
 namespace Lanscout {
 namespace {
 
-template <typename T>
-bool Contains(const std::vector<T>& list, const T& value) {
-    return std::find(list.begin(), list.end(), value) != list.end();
+std::string TimeText(std::time_t time) {
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(time));
 }
 
-bool Contradict(const std::string& a, const std::string& b) {
-    return !a.empty() && !b.empty() && a != b;
+bool TellsMacsOnly(SourceId source) {
+    return source == SourceId::Frames || source == SourceId::Neighbours;
 }
 
-bool HasIp(const Device& device, const std::string& ip) {
-    return device.ip == ip || Contains(device.otherIps, ip);
+std::string FactKey(const Sighting& sighting, const Marks& marks) {
+    return fmt::format("{}\n{}\n{}\n{}\n{}\n{}", static_cast<int>(sighting.source), marks.interface,
+                       marks.ip, marks.mac, marks.uuid, marks.udn);
 }
 
-bool SeenThroughInterface(const Device& device, const std::string& interface) {
-    return std::any_of(device.seenVia.begin(), device.seenVia.end(),
-                       [&](const Target& via) { return via.interface == interface; });
+// A link-local address names its interface; the others are alike wherever they are heard.
+std::string AddressMark(const Device& device) {
+    return "a " + ShownAddress(device);
 }
 
-void TakeText(std::string& known, const std::string& seen) {
-    if (known.empty()) {
-        known = seen;
-    }
-}
-
-// The camera search names the port of the device service; the description's port is a stand-in.
-void TakePort(Device& known, const Device& seen) {
-    if (known.port == 0 || (seen.onvif && !known.onvif)) {
-        known.port = seen.port;
-    }
-}
-
-void Merge(Device& known, const Device& seen, const Target& via) {
-    TakePort(known, seen);
-    known.onvif = known.onvif || seen.onvif;
-    known.upnp = known.upnp || seen.upnp;
-    known.kind = std::max(known.kind, seen.kind);
-    for (const auto member : {&Device::hardware, &Device::mac, &Device::macMaker, &Device::name,
-                              &Device::maker, &Device::model, &Device::page, &Device::deviceType,
-                              &Device::udn, &Device::location, &Device::firstSeen}) {
-        TakeText(known.*member, seen.*member);
-    }
-    if (!HasIp(known, seen.ip)) {
-        known.otherIps.push_back(seen.ip);
-    }
-    if (!Contains(known.seenVia, via)) {
-        known.seenVia.push_back(via);
-    }
+// Prefers an address of a subnet of ours, then what the better source says, then the lower one.
+std::size_t ReachRank(Reach reach) {
+    return static_cast<std::size_t>(Reach::Local) - static_cast<std::size_t>(reach);
 }
 
 }  // namespace
 
-std::size_t DeviceTable::Find(const Device& seen, const Target& via) const {
-    const auto sameIp = m_byIp.equal_range(seen.ip);
-    for (auto at = sameIp.first; at != sameIp.second; ++at) {
-        if (!Contradict(m_devices[at->second].mac, seen.mac)) {
-            return at->second;
-        }
-    }
-    if (seen.mac.empty()) {
-        return kNone;
-    }
-    const auto sameMac = m_byMac.equal_range(seen.mac);
-    for (auto at = sameMac.first; at != sameMac.second; ++at) {
-        const Device& known = m_devices[at->second];
-        if (!SeenThroughInterface(known, via.interface) &&
-            !Contradict(known.hardware, seen.hardware)) {
-            return at->second;
-        }
-    }
-    return kNone;
+Inventory::Inventory(MakerOfMac makerOfMac) : m_makerOfMac(std::move(makerOfMac)) {}
+
+bool Inventory::Add(const Sighting& sighting, std::time_t now) {
+    return TellsMacsOnly(sighting.source) ? AddHint(sighting) : AddFact(sighting, now);
 }
 
-DeviceTable::Result DeviceTable::Add(const Device& seen, const Target& via) {
-    const std::size_t found = Find(seen, via);
-    if (found == kNone) {
+bool Inventory::AddHint(const Sighting& sighting) {
+    const std::string address = ShownAddress(sighting.device);
+    std::vector<MacHint>& hints = m_hints[address];
+    MacHint hint{sighting.via.interface, sighting.device.mac, BareId(sighting.device.uuid)};
+    if (std::find(hints.begin(), hints.end(), hint) != hints.end()) {
+        return true;
+    }
+    if (hints.size() >= kMostAtOneAddress || m_hintCount >= 2 * kMostDevices) {
+        return false;
+    }
+    hints.push_back(std::move(hint));
+    ++m_hintCount;
+    if (const auto part = m_partByMark.find("a " + address); part != m_partByMark.end()) {
+        m_unsettled.insert(PartOf(part->second));
+    }
+    return true;
+}
+
+bool Inventory::AddFact(const Sighting& sighting, std::time_t now) {
+    const Marks marks = MarksOf(sighting.device, sighting.via.interface);
+    const std::string key = FactKey(sighting, marks);
+    if (const auto known = m_factByKey.find(key); known != m_factByKey.end()) {
+        Fact& fact = m_facts[known->second];
+        fact.first = std::min(fact.first, now);
+        fact.last = std::max(fact.last, now);
+        Device merged = fact.device;
+        for (const Field& field : Fields()) {
+            MergeSameSource(field, merged, sighting.device);
+        }
+        if (std::find(merged.seenVia.begin(), merged.seenVia.end(), sighting.via) ==
+            merged.seenVia.end()) {
+            merged.seenVia.push_back(sighting.via);
+        }
+        if (merged != fact.device) {
+            fact.device = std::move(merged);
+            m_unsettled.insert(PartOf(fact.part));
+        }
+        return true;
+    }
+    std::size_t& atAddress = m_factsAtAddress[marks.interface + " " + marks.ip];
+    if (m_facts.size() >= 2 * kMostDevices || atAddress >= kMostAtOneAddress) {
+        return false;
+    }
+    ++atAddress;
+    const std::size_t index = m_facts.size();
+    const std::size_t part = m_parentOf.size();
+    m_facts.push_back({sighting.source, sighting.via.interface, sighting.device, now, now, part});
+    m_facts.back().device.seenVia = {sighting.via};
+    m_factByKey.emplace(key, index);
+    m_parentOf.push_back(part);
+    m_factsOf.push_back({index});
+    m_unsettled.insert(part);
+    UniteByMarks(index);
+    return true;
+}
+
+void Inventory::UniteByMarks(std::size_t fact) {
+    const Device& device = m_facts[fact].device;
+    const std::size_t part = m_facts[fact].part;
+    UniteBy(AddressMark(device), part);
+    for (const std::string& id : {BareId(device.uuid), BareId(device.udn)}) {
+        if (!id.empty()) {
+            UniteBy("i " + id, part);
+        }
+    }
+}
+
+void Inventory::UniteBy(const std::string& mark, std::size_t part) {
+    const auto [at, isNew] = m_partByMark.try_emplace(mark, part);
+    if (!isNew) {
+        Unite(at->second, part);
+    }
+}
+
+std::size_t Inventory::PartOf(std::size_t part) const {
+    while (m_parentOf[part] != part) {
+        part = m_parentOf[part];
+    }
+    return part;
+}
+
+void Inventory::Unite(std::size_t a, std::size_t b) {
+    a = PartOf(a);
+    b = PartOf(b);
+    if (a == b) {
+        return;
+    }
+    if (m_factsOf[a].size() < m_factsOf[b].size()) {
+        std::swap(a, b);
+    }
+    m_parentOf[b] = a;
+    m_factsOf[a].insert(m_factsOf[a].end(), m_factsOf[b].begin(), m_factsOf[b].end());
+    m_factsOf[b] = {};
+    m_unsettled.erase(b);
+    m_unsettled.insert(a);
+}
+
+// What the network says of the fact's address; of the frames that the very replies came in where
+// that is known.
+std::set<std::string> Inventory::HintedMacs(const Fact& fact) const {
+    const auto hints = m_hints.find(ShownAddress(fact.device));
+    if (hints == m_hints.end()) {
+        return {};
+    }
+    const std::string uuid = BareId(fact.device.uuid);
+    std::set<std::string> own;
+    std::set<std::string> any;
+    for (const MacHint& hint : hints->second) {
+        if (hint.interface == fact.interface || fact.interface.empty()) {
+            any.insert(hint.mac);
+            if (!uuid.empty() && hint.uuid == uuid) {
+                own.insert(hint.mac);
+            }
+        }
+    }
+    return own.empty() && any.size() == 1 ? any : own;
+}
+
+std::string Inventory::MacOf(const Fact& fact) const {
+    if (!fact.device.mac.empty()) {
+        return fact.device.mac;
+    }
+    const std::set<std::string> hinted = HintedMacs(fact);
+    return hinted.empty() ? std::string() : *hinted.begin();
+}
+
+// One address, one id, frames from several machines: cameras of one make fresh out of the box. Each
+// machine gets a fact of its own.
+void Inventory::SplitClones(std::size_t index) {
+    if (!m_facts[index].device.mac.empty()) {
+        return;
+    }
+    for (const std::string& mac : std::set(HintedMacs(m_facts[index]))) {
+        if (mac == MacOf(m_facts[index])) {
+            continue;
+        }
+        Fact clone = m_facts[index];
+        clone.device.mac = mac;
+        clone.number = kNone;
+        const Sighting sighting{clone.source, {clone.interface, ""}, clone.device};
+        const std::string key = FactKey(sighting, MarksOf(clone.device, clone.interface));
+        std::size_t& atAddress =
+            m_factsAtAddress[clone.interface + " " + ShownAddress(clone.device)];
+        if (atAddress < kMostAtOneAddress && m_facts.size() < 2 * kMostDevices &&
+            m_factByKey.try_emplace(key, m_facts.size()).second) {
+            ++atAddress;
+            m_factsOf[PartOf(clone.part)].push_back(m_facts.size());
+            m_facts.push_back(std::move(clone));
+        }
+    }
+}
+
+void Inventory::UniteByMacs() {
+    std::vector<std::size_t> parts(m_unsettled.begin(), m_unsettled.end());
+    for (const std::size_t part : parts) {
+        for (const std::size_t fact : std::vector(m_factsOf[part])) {
+            SplitClones(fact);
+        }
+    }
+    for (const std::size_t part : parts) {
+        const std::vector<std::size_t> facts = m_factsOf[part];  // Unite changes the list
+        for (const std::size_t fact : facts) {
+            if (const std::string mac = MacOf(m_facts[fact]); !mac.empty()) {
+                UniteBy("m " + mac, m_facts[fact].part);
+            }
+        }
+    }
+}
+
+std::vector<Inventory::News> Inventory::Settle() {
+    UniteByMacs();
+    std::vector<News> news;
+    for (const std::size_t part : std::exchange(m_unsettled, {})) {
+        SettlePart(part, news);
+    }
+    return news;
+}
+
+std::vector<Inventory::News> Inventory::SettleAll() {
+    for (const Fact& fact : m_facts) {
+        m_unsettled.insert(PartOf(fact.part));
+    }
+    return Settle();
+}
+
+void Inventory::SettlePart(std::size_t part, std::vector<News>& news) {
+    const std::vector<std::size_t>& facts = m_factsOf[part];
+    std::vector<Marks> marks;
+    std::set<std::size_t> former;
+    marks.reserve(facts.size());
+    for (const std::size_t fact : facts) {
+        marks.push_back(MarksOf(m_facts[fact].device, m_facts[fact].interface));
+        marks.back().mac = MacOf(m_facts[fact]);
+        former.insert(m_facts[fact].number);
+    }
+    former.erase(kNone);
+    std::set<std::size_t> used;
+    std::vector<std::pair<std::size_t, Device>> rows;
+    for (std::vector<std::size_t>& group : GroupByDevice(marks)) {
+        for (std::size_t& member : group) {
+            member = facts[member];
+        }
+        std::sort(group.begin(), group.end());
+        const std::size_t number = NumberFor(group, used);
+        if (number == kNone) {
+            continue;
+        }
+        for (const std::size_t fact : group) {
+            m_facts[fact].number = number;
+        }
+        rows.emplace_back(number, Compose(group));
+    }
+    FindConflicts(rows);
+    for (auto& [number, device] : rows) {
+        former.erase(number);
+        Store(number, std::move(device), news);
+    }
+    for (const std::size_t number : former) {
+        Withdraw(number, news);
+    }
+}
+
+// A device keeps its number as long as one of its facts does.
+std::size_t Inventory::NumberFor(const std::vector<std::size_t>& facts,
+                                 std::set<std::size_t>& used) {
+    std::size_t number = kNone;
+    for (const std::size_t fact : facts) {
+        if (!used.contains(m_facts[fact].number)) {
+            number = std::min(number, m_facts[fact].number);
+        }
+    }
+    if (number == kNone) {
         if (m_devices.size() >= kMostDevices) {
-            return {Change::Full, kNone};
+            return kNone;
         }
-        const std::size_t index = m_devices.size();
-        m_devices.push_back(seen);
-        m_devices.back().seenVia = {via};
-        m_byIp.emplace(seen.ip, index);
-        if (!seen.mac.empty()) {
-            m_byMac.emplace(seen.mac, index);
+        number = m_nextNumber++;
+    }
+    used.insert(number);
+    return number;
+}
+
+Device Inventory::Compose(const std::vector<std::size_t>& facts) const {
+    std::map<SourceId, Device> bySource;
+    std::set<std::tuple<std::size_t, SourceId, std::size_t, std::string>> ipv4;
+    std::set<std::string> ipv6;
+    std::optional<std::time_t> first;
+    std::time_t last = 0;
+    std::set<std::string> macs;
+    for (const std::size_t index : facts) {
+        const Fact& fact = m_facts[index];
+        const auto [known, isNew] = bySource.try_emplace(fact.source, fact.device);
+        if (!isNew) {
+            for (const Field& field : Fields()) {
+                MergeSameSource(field, known->second, fact.device);
+            }
         }
-        return {Change::Added, index};
+        if (!fact.device.ip.empty()) {
+            ipv4.emplace(ReachRank(fact.device.reach), fact.source, fact.device.ip.size(),
+                         fact.device.ip);
+        }
+        ipv6.insert(fact.device.ipv6.begin(), fact.device.ipv6.end());
+        first = std::min(first.value_or(fact.first), fact.first);
+        last = std::max(last, fact.last);
+        macs.insert(MacOf(fact));
     }
-    Device& known = m_devices[found];
-    Device merged = known;
-    Merge(merged, seen, via);
-    if (merged == known) {
-        return {Change::None, found};
+    Device device;
+    for (const auto& [source, told] : bySource) {
+        for (const Field& field : Fields()) {
+            MergeNextSource(field, device, told);
+        }
     }
-    if (!HasIp(known, seen.ip)) {
-        m_byIp.emplace(seen.ip, found);
+    macs.erase("");
+    device.mac = macs.empty() ? "" : *macs.begin();
+    device.macMaker = device.mac.empty() ? "" : m_makerOfMac(device.mac);
+    device.ip = ipv4.empty() ? "" : std::get<3>(*ipv4.begin());
+    std::set<std::string> others(device.otherIps.begin(), device.otherIps.end());
+    for (const auto& address : ipv4) {
+        others.insert(std::get<3>(address));
     }
-    if (known.mac.empty() && !merged.mac.empty()) {
-        m_byMac.emplace(merged.mac, found);
+    others.erase(device.ip);
+    device.otherIps.assign(others.begin(), others.end());
+    device.ipv6.assign(ipv6.begin(), ipv6.end());
+    device.firstSeen = TimeText(first.value_or(0));
+    device.lastSeen = TimeText(last);
+    std::sort(device.seenVia.begin(), device.seenVia.end());
+    return device;
+}
+
+void Inventory::FindConflicts(std::vector<std::pair<std::size_t, Device>>& rows) {
+    std::map<std::pair<std::string, std::string>, std::set<std::string>> macsAt;
+    const auto places = [](const Device& device) {
+        std::set<std::pair<std::string, std::string>> all;
+        for (const Target& via : device.seenVia) {
+            all.emplace(via.interface, device.ip);
+        }
+        return all;
+    };
+    for (const auto& [number, device] : rows) {
+        if (!device.ip.empty() && !device.mac.empty()) {
+            for (const auto& place : places(device)) {
+                macsAt[place].insert(device.mac);
+            }
+        }
     }
-    known = std::move(merged);
-    return {Change::Updated, found};
+    for (auto& [number, device] : rows) {
+        for (const auto& place : places(device)) {
+            const auto found = macsAt.find(place);
+            if (found != macsAt.end() && found->second.size() > 1) {
+                device.sharedAddress = true;
+                m_conflicts.insert({device.ip, found->second});
+            }
+        }
+    }
+}
+
+void Inventory::Store(std::size_t number, Device device, std::vector<News>& news) {
+    const auto [at, isNew] = m_indexOf.try_emplace(number, m_devices.size());
+    if (isNew) {
+        m_devices.push_back(std::move(device));
+        m_numberAt.push_back(number);
+        news.push_back({Change::Added, number});
+        return;
+    }
+    Device& known = m_devices[at->second];
+    // That it was heard again is no news.
+    Device compared = device;
+    compared.lastSeen = known.lastSeen;
+    const bool updated = compared != known;
+    known = std::move(device);
+    if (updated) {
+        news.push_back({Change::Updated, number});
+    }
+}
+
+void Inventory::Withdraw(std::size_t number, std::vector<News>& news) {
+    const auto at = m_indexOf.find(number);
+    if (at == m_indexOf.end()) {
+        return;
+    }
+    const std::size_t index = at->second;
+    m_indexOf.erase(at);
+    news.push_back({Change::Withdrawn, number, std::move(m_devices[index])});
+    if (index + 1 != m_devices.size()) {
+        m_devices[index] = std::move(m_devices.back());
+        m_numberAt[index] = m_numberAt.back();
+        m_indexOf[m_numberAt[index]] = index;
+    }
+    m_devices.pop_back();
+    m_numberAt.pop_back();
+}
+
+const Device& Inventory::DeviceNumbered(std::size_t number) const {
+    return m_devices[m_indexOf.at(number)];
 }
 
 }  // namespace Lanscout

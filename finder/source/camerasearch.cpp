@@ -1,84 +1,121 @@
 #include "finder/source/camerasearch.h"
 
-#include <chrono>
-#include <utility>
+#include <unistd.h>
 
+#include <chrono>
+#include <memory>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "control/standalonehost.h"
+#include "finder/source/explain.h"
 #include "finder/source/librarylog.h"
-#include "finder/source/onvifdevice.h"
-#include "finder/source/typeprobe.h"
+#include "finder/text/addresstext.h"
+#include "finder/text/safetext.h"
 #include "utils/wsdiscoverybase.h"
 
 namespace Lanscout {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::chrono::milliseconds kPollInterval{50};
-constexpr std::chrono::milliseconds kSetUpTime{
-    100};                                          // a search that cannot be done has ended by then
-constexpr std::chrono::seconds kAskAgainAfter{3};  // a lost Probe or reply is made up for
+constexpr std::chrono::milliseconds kLastAnswers{200};
 
-class OnvifSearch {
+class TargetSearch : public WSDiscoveryBase {
 public:
-    OnvifSearch(const Target& target, int seconds, Sender& sender)
-        : m_search(target.address, seconds),
-          m_types(target.address),
-          m_sender(sender),
-          m_time(seconds) {}
+    TargetSearch(Target target, int seconds)
+        : WSDiscoveryBase(target.address, seconds), m_target(std::move(target)) {}
 
-    void Run() {
-        if (m_search.StartSearch() != 0) {
-            return m_sender.Send(FailureMessage{"no thread could be created for the search", 0});
-        }
-        const auto start = std::chrono::steady_clock::now();
-        for (auto next = start + kSetUpTime; m_search.IsRunning();) {
-            ReportReplies(kPollInterval);
-            ReportRecords();
-            if (const auto now = std::chrono::steady_clock::now();
-                now > next && now < start + m_time) {
-                m_types.Ask();
-                next = now + kAskAgainAfter;
+    // False when the thread could not be created.
+    bool Start() {
+        m_running = StartSearch() == 0;
+        return m_running;
+    }
+
+    bool HasEnded() { return !m_running || !IsRunning(); }
+    pthread_t Thread() const { return m_thread; }
+    const Target& Where() const { return m_target; }
+
+    void SendNews(Sender& sender) {
+        const auto count = static_cast<unsigned int>(CamCountGet());
+        for (; m_reported < count; ++m_reported) {
+            CAM_SEARCH_INFO record;
+            if (CamGet(m_reported, record) == 0 && IsIpv4Text(record.strIp)) {
+                sender.Send(SightingMessage{{SourceId::CameraSearch, m_target, ToDevice(record)}});
             }
         }
-        m_search.StopSearch();
-        ReportReplies(std::chrono::milliseconds(0));
-        ReportRecords();
-        m_sender.Send(DoneMessage{});
     }
 
 private:
-    void ReportReplies(std::chrono::milliseconds wait) {
-        for (Device& device : m_types.Listen(wait)) {
-            m_sender.Send(FoundMessage{std::move(device)});
-        }
+    static Device ToDevice(const CAM_SEARCH_INFO& record) {
+        Device device;
+        device.ip = record.strIp;
+        device.port = record.nPort;
+        device.protocols.onvif = true;
+        // Scopes are URIs; the library undoes the encoding of spaces alone.
+        device.hardware = ToKeptText(DecodePercent(record.strHardware));
+        device.mac = record.strMac == "N/A" ? "" : record.strMac;
+        return device;
     }
 
-    void ReportRecords() {
-        const auto count = static_cast<unsigned int>(m_search.CamCountGet());
-        for (; m_reported < count; ++m_reported) {
-            CAM_SEARCH_INFO record;
-            if (m_search.CamGet(m_reported, record) != 0) {
-                continue;
-            }
-            Device device = OnvifDevice(record.strIp, record.nPort, record.strHardware,
-                                        m_types.KindOf(record.strIp));
-            if (record.strMac != "N/A") {
-                device.mac = record.strMac;
-            }
-            m_sender.Send(FoundMessage{std::move(device)});
-        }
-    }
-
-    WSDiscoveryBase m_search;
-    TypeProbe m_types;
-    Sender& m_sender;
-    std::chrono::seconds m_time;
+    Target m_target;
+    bool m_running = false;
     unsigned int m_reported = 0;
 };
 
+FailureMessage Explain(const Target& target, const LoggedFailure& failure) {
+    constexpr std::string_view kBind = "Bind socket failed. [%d]\n";
+    constexpr std::string_view kSend = "Send probe message failed. [%d]\n";
+    constexpr std::string_view kSocket = "Create socket failed. [%d]\n";
+    if (failure.format == kBind) {
+        return ExplainBind(target, failure.number);
+    }
+    if (failure.format == kSend) {
+        return ExplainSend(target, failure.number);
+    }
+    return ExplainOther(target,
+                        failure.format == kSocket ? "no socket could be created"
+                                                  : "the camera search ended before its time",
+                        failure.number);
+}
+
 }  // namespace
 
-void RunOnvifSearch(const Target& target, int seconds, Sender& sender) {
-    SendLibraryLog(sender);
-    OnvifSearch(target, seconds, sender).Run();
+void RunCameraSearch(const Job& job, Sender& sender) {
+    LibraryLog log(sender);
+    StandaloneHost::SetProcessRunner([](const char*, const char* const*) { return -1; });
+    const auto time = job.request.timeout;
+    const auto end = Clock::now() + time + kLastAnswers;
+    std::vector<std::unique_ptr<TargetSearch>> searches;
+    for (const Target& target : job.targets) {
+        auto search = std::make_unique<TargetSearch>(target, static_cast<int>(time.count()));
+        if (search->Start()) {
+            searches.push_back(std::move(search));
+        } else {
+            sender.Send(ExplainOther(target, "no thread could be created for the search", 0));
+        }
+    }
+    const auto timeIsOver = Clock::now() + time;
+    while (!searches.empty() && Clock::now() < end) {
+        std::this_thread::sleep_for(kPollInterval);
+        std::erase_if(searches, [&](const auto& search) {
+            search->SendNews(sender);
+            if (!search->HasEnded()) {
+                return false;
+            }
+            search->SendNews(sender);
+            if (Clock::now() < timeIsOver) {
+                sender.Send(Explain(search->Where(), log.FailureOf(search->Thread())));
+            }
+            return true;
+        });
+    }
+    sender.Send(DoneMessage{});
+    // A search that still listens for last answers would do so for seconds, and destroying it would
+    // wait for it. The process is at its end either way.
+    _exit(0);
 }
 
 }  // namespace Lanscout

@@ -1,10 +1,12 @@
-// The camera search, as it runs in its own process.
+// The source of what the library's camera search lists.
 #pragma once
 
-#include "finder/source/sender.h"
+#include "finder/source/source.h"
 
 namespace Lanscout {
 
-void RunOnvifSearch(const Target& target, int seconds, Sender& sender);
+// One search object an address, all in this process; the library's bounded build. No program is
+// started for MAC addresses: the neighbours and the frames have them without waiting.
+void RunCameraSearch(const Job& job, Sender& sender);
 
 }  // namespace Lanscout

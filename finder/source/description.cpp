@@ -14,8 +14,6 @@
 namespace Lanscout {
 namespace {
 
-constexpr int kHttpPort = 80;
-
 struct FreeUri {
     void operator()(xmlURI* uri) const { xmlFreeURI(uri); }
 };
@@ -114,10 +112,9 @@ std::optional<Device> ReadDescription(std::string_view xml, const std::string& l
         return std::nullopt;
     }
     Device device;
-    device.upnp = true;
+    device.protocols.upnp = true;
     device.ip = url->server;
-    device.port = url->port > 0 ? url->port : kHttpPort;
-    device.location = ToKeptText(location);
+    device.descriptionUrl = ToKeptText(location);
     if (const XmlDoc doc = ReadUntrustedXml(xml)) {
         const xmlNode* const root = xmlDocGetRootElement(doc.get());
         const std::string urlBase = TextOf(ChildNamed(root, "URLBase"));

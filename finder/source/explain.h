@@ -1,15 +1,17 @@
-// From the library's failure lines to words that help.
+// From an errno value of a search to words that help.
 #pragma once
 
-#include <optional>
-#include <string_view>
-
-#include "finder/machine/problem.h"
+#include "finder/source/message.h"
 
 namespace Lanscout {
 
-// The problem behind a log line of the camera search on `target`; nothing for lines that are no
-// failure of the search as a whole.
-std::optional<Problem> ExplainLogLine(const Target& target, std::string_view line);
+// UDP port 3702 of the target's address could not be bound.
+FailureMessage ExplainBind(const Target& target, int error);
+
+// A Probe could not be sent from the target's address.
+FailureMessage ExplainSend(const Target& target, int error);
+
+// Neither of these.
+FailureMessage ExplainOther(const Target& target, const char* what, int error);
 
 }  // namespace Lanscout

@@ -1,22 +1,51 @@
 #include "finder/source/librarylog.h"
 
-#include "control/standalonehost.h"
+#include <charconv>
+
 #include "host/zellog.h"
 
 namespace Lanscout {
 namespace {
 
-void Take(const StandaloneHost::LogRecord& record, void* cookie) {
-    const std::string_view line = record.line.substr(0, record.line.size() - 1);
-    static_cast<Sender*>(cookie)->Send(LogMessage{record.level, std::string(line)});
+// A format that ends so has one argument, a number; its text cannot hold what a stranger wrote.
+constexpr std::string_view kNumberAtEnd = "[%d]\n";
+
+int NumberIn(const StandaloneHost::LogRecord& record) {
+    const auto bracket = record.text.rfind('[');
+    int number = 0;
+    if (record.format.ends_with(kNumberAtEnd) && bracket != std::string_view::npos) {
+        std::from_chars(record.text.data() + bracket + 1, record.text.data() + record.text.size(),
+                        number);
+    }
+    return number;
 }
 
 }  // namespace
 
-void SendLibraryLog(Sender& sender) {
-    StandaloneHost::SetLogSink(&Take, &sender);
+LibraryLog::LibraryLog(Sender& sender) : m_sender(sender) {
+    StandaloneHost::SetLogSink(&Take, this);
     StandaloneHost::AttachLogConfig();
     StandaloneHost::SetCategoryLevel(LOG_CATEG_DISCOVERY, LOG_LEVEL_INFO);
+}
+
+LibraryLog::~LibraryLog() {
+    StandaloneHost::SetLogSink(nullptr, nullptr);
+}
+
+void LibraryLog::Take(const StandaloneHost::LogRecord& record, void* cookie) {
+    auto& self = *static_cast<LibraryLog*>(cookie);
+    if (record.level <= LOG_LEVEL_NOTICE) {
+        const std::lock_guard lock(self.m_mutex);
+        self.m_failures[pthread_self()] = {std::string(record.format), NumberIn(record)};
+    }
+    const std::string_view line = record.line.substr(0, record.line.size() - 1);
+    self.m_sender.Send(LogMessage{record.level, std::string(line)});
+}
+
+LoggedFailure LibraryLog::FailureOf(pthread_t thread) {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_failures.find(thread);
+    return found == m_failures.end() ? LoggedFailure{} : found->second;
 }
 
 }  // namespace Lanscout

@@ -1,4 +1,4 @@
-// What a search's own process tells the tool, one JSON text a line.
+// What a source's process tells its parent, one JSON text a line.
 #pragma once
 
 #include <optional>
@@ -6,31 +6,40 @@
 #include <string_view>
 #include <variant>
 
-#include "finder/device/device.h"
+#include "finder/device/sighting.h"
 
 namespace Lanscout {
 
-// A device as far as this search knows it; may come again with more.
-struct FoundMessage {
-    Device device;
+// A device as far as this source knows it; may come again with more.
+struct SightingMessage {
+    Sighting sighting;
 };
 
 // A line of the library's log.
 struct LogMessage {
     int level = 0;
-    std::string line;
+    std::string text;
 };
 
-// The search could not be done; `code` is the UPnP library's, or an errno value.
+// This target (an empty address: each of the job) cannot be searched, or no longer.
 struct FailureMessage {
+    Target target;
     std::string what;
-    int code = 0;
+    std::string remedy;  // what to do; may be empty
 };
 
-// The search came to its end; a process that ends without having said so has died.
+// The result is less than it could be, or says something about the network.
+struct NoticeMessage {
+    Target target;
+    std::string what;
+    std::string remedy;
+};
+
+// The source came to its end; a process that ends without having said so has died.
 struct DoneMessage {};
 
-using Message = std::variant<FoundMessage, LogMessage, FailureMessage, DoneMessage>;
+using Message =
+    std::variant<SightingMessage, LogMessage, FailureMessage, NoticeMessage, DoneMessage>;
 
 // One line, with its line end.
 std::string EncodeMessage(const Message& message);

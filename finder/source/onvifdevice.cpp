@@ -6,7 +6,7 @@ namespace Lanscout {
 
 Device OnvifDevice(const std::string& ip, int port, const std::string& hardware, Kind kind) {
     Device device;
-    device.onvif = true;
+    device.protocols.onvif = true;
     device.ip = ip;
     device.port = port;
     device.kind = kind;

@@ -13,7 +13,6 @@
 #include <string>
 #include <thread>
 
-#include "finder/machine/arpcache.h"
 #include "finder/machine/portowner.h"
 #include "finder/source/description.h"
 #include "utils/upnpsearchbase.h"
@@ -22,12 +21,13 @@ namespace Lanscout {
 namespace {
 
 constexpr std::chrono::milliseconds kPollInterval{50};
+constexpr std::chrono::milliseconds kLastAnswers{200};
 constexpr int kFirstPort = 49152;    // of the dynamic ones (RFC 6335); libupnp's own choice
 constexpr int kPortsPerSearch = 64;  // so that searches at once try different ones
 constexpr int kLastPort = 65535;
 constexpr int kSsdpPort = 1900;  // UPnP Device Architecture 1.0
 
-// Newer releases of libupnp bind to the interface's IPv6 address too. That is refused while the
+// Some releases of libupnp bind to the interface's IPv6 address too. That is refused while the
 // kernel looks whether another host has the address, a second or two after the interface came up.
 constexpr std::chrono::seconds kLongestIpv6Check{3};
 
@@ -40,9 +40,7 @@ public:
 protected:
     void OnDeviceDiscovered(const std::string& descriptionXml, const char* location) override {
         if (std::optional<Device> device = ReadDescription(descriptionXml, location)) {
-            // The description was fetched just now, so the kernel knows the neighbour.
-            device->mac = MacFromArpCache(device->ip, m_target.interface);
-            m_sender.Send(FoundMessage{std::move(*device)});
+            m_sender.Send(SightingMessage{{SourceId::UpnpSearch, m_target, std::move(*device)}});
         }
     }
 
@@ -146,21 +144,26 @@ std::string StartFailure(const Target& target, int port, int code) {
 
 }  // namespace
 
-void RunUpnpSearch(const Target& target, int seconds, int number, Sender& sender) {
+void RunUpnpSearch(const Job& job, Sender& sender) {
+    const Target& target = job.targets.front();
+    const auto end = std::chrono::steady_clock::now() + job.request.timeout + kLastAnswers;
     AwaitIpv6(target.interface);
-    const std::optional<int> port = FindFreePort(number);
+    const std::optional<int> port = FindFreePort(job.number);
     if (!port) {
-        return sender.Send(FailureMessage{"no TCP port is free for libupnp to listen at", 0});
+        return sender.Send(
+            FailureMessage{target, "no TCP port is free for libupnp to listen at", ""});
     }
-    Search search(target, *port, seconds, sender);
+    Search search(target, *port, static_cast<int>(job.request.timeout.count()), sender);
     if (const int code = search.StartSearch(); code != 0) {
-        return sender.Send(FailureMessage{StartFailure(target, *port, code), code});
+        return sender.Send(FailureMessage{target, StartFailure(target, *port, code), ""});
     }
-    while (search.IsRunning()) {
+    while (std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(kPollInterval);
     }
-    search.StopSearch();
     sender.Send(DoneMessage{});
+    // StopSearch would wait for descriptions that do not come, and for connections that a stranger
+    // holds open at libupnp's port. The process is at its end either way.
+    _exit(0);
 }
 
 }  // namespace Lanscout

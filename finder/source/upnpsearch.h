@@ -1,11 +1,12 @@
-// The UPnP search, as it runs in its own process.
+// The source of UPnP root devices.
 #pragma once
 
-#include "finder/source/sender.h"
+#include "finder/source/source.h"
 
 namespace Lanscout {
 
-// `number` tells the searches apart that run at once: each listens at a port of its own.
-void RunUpnpSearch(const Target& target, int seconds, int number, Sender& sender);
+// Searches from the job's one target: libupnp can be initialised once in a process only. The job's
+// number tells the processes apart, which listen at ports of their own.
+void RunUpnpSearch(const Job& job, Sender& sender);
 
 }  // namespace Lanscout

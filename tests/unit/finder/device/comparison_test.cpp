@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/lanscout/output/formats.h"
+#include "finder/event.h"
 
 using namespace Lanscout;
 
@@ -15,7 +15,7 @@ Device At(const std::string& ip, const std::string& mac = "", const std::string&
     Device device;
     device.ip = ip;
     device.port = 80;
-    device.onvif = true;
+    device.protocols.onvif = true;
     device.mac = mac;
     device.hardware = hardware;
     return device;
@@ -71,24 +71,51 @@ TEST(Compare, MovedDeviceWithoutMacIsKnownByItsUniqueName) {
 
 TEST(Compare, UnknownIsNoChange) {
     Device after = At("10.0.0.1", kMac, "");
-    after.upnp = true;
+    after.protocols.upnp = true;
     after.name = "Gate";
     EXPECT_TRUE(Compare({At("10.0.0.1")}, {after}).IsSame());
 }
 
-TEST(Compare, PortOfTheDescriptionIsNotHeldAgainstTheDeviceServices) {
+TEST(Compare, SwappedListsGiveTheMirroredResult) {
+    const std::vector<Device> before{At("10.0.0.1", kMac), At("10.0.0.2"), At("10.0.0.3")};
+    const std::vector<Device> after{At("10.0.0.9", kMac), At("10.0.0.3", "", "NEW"),
+                                    At("10.0.0.4")};
+    const Comparison there = Compare(before, after);
+    const Comparison back = Compare(after, before);
+    EXPECT_EQ(there.missing, back.added);
+    EXPECT_EQ(there.added, back.missing);
+    ASSERT_EQ(there.changed.size(), 2U);
+    EXPECT_EQ(back.changed.size(), 2U);
+}
+
+TEST(Compare, AnotherIdAtTheAddressIsAnotherDevice) {
+    Device before = At("10.0.0.1");
     Device after = At("10.0.0.1");
-    after.onvif = false;
-    after.upnp = true;
-    after.port = 49152;
-    EXPECT_TRUE(Compare({At("10.0.0.1")}, {after}).IsSame());
+    before.uuid = "urn:uuid:1";
+    after.uuid = "urn:uuid:2";
+    EXPECT_EQ(Compare({before}, {after}).missing.size(), 1U);
+}
+
+TEST(Compare, SameMacOutweighsAnotherId) {
+    Device before = At("10.0.0.1", kMac);
+    Device after = At("10.0.0.7", kMac);
+    before.uuid = "urn:uuid:1";
+    after.uuid = "urn:uuid:2";
+    EXPECT_TRUE(Compare({before}, {after}).missing.empty());
+}
+
+TEST(Compare, AnotherMacOutweighsTheSameId) {
+    Device before = At("10.0.0.1", kMac);
+    Device after = At("10.0.0.1", kOtherMac);
+    before.uuid = after.uuid = "urn:uuid:1";
+    EXPECT_EQ(Compare({before}, {after}).missing.size(), 1U);
 }
 
 TEST(Compare, ChangesAreSpelledOutSafely) {
     const Comparison comparison =
         Compare({At("10.0.0.1", kMac, "A")}, {At("10.0.0.1", kMac, "B\x1b[0m")});
-    EXPECT_EQ(ComparisonText(comparison, false),
-              "changed\t10.0.0.1\t00:1B:FF:01:02:03\tB\\x1b[0m\thardware: A -> B\\x1b[0m\n");
+    ASSERT_EQ(comparison.changed.size(), 1U);
+    EXPECT_EQ(ChangesText(comparison.changed[0].changes), "hardware: A -> B\\x1b[0m");
 }
 
 TEST(CompareDocument, ReportIsReadBack) {

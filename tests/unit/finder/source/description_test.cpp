@@ -31,15 +31,15 @@ TEST(Description, RootDeviceIsRead) {
                  "<presentationURL>/index.html</presentationURL>"
                  "<deviceList><device><friendlyName>Inner</friendlyName></device></deviceList>"));
     EXPECT_EQ(device.ip, "192.168.1.20");
-    EXPECT_EQ(device.port, 49152);
-    EXPECT_TRUE(device.upnp);
+    EXPECT_EQ(device.port, 0);  // that is the page's, not the device service's
+    EXPECT_TRUE(device.protocols.upnp);
     EXPECT_EQ(device.name, "Attic");
     EXPECT_EQ(device.maker, "Maker & Sons");
     EXPECT_EQ(device.model, "M<1>");
     EXPECT_EQ(device.udn, "uuid:1");
     EXPECT_EQ(device.page, "http://192.168.1.20:49152/index.html");
     EXPECT_EQ(device.kind, Kind::Other);
-    EXPECT_EQ(device.location, kLocation);
+    EXPECT_EQ(device.descriptionUrl, kLocation);
 }
 
 TEST(Description, InnerDeviceIsNotTakenForTheRoot) {
@@ -99,10 +99,6 @@ TEST(Description, LongNameIsCut) {
     EXPECT_EQ(
         Read(Document("<friendlyName>" + std::string(5000, 'a') + "</friendlyName>")).name.size(),
         512U);
-}
-
-TEST(Description, LocationWithoutPortMeansEighty) {
-    EXPECT_EQ(Read(Document(""), "http://192.168.1.20/d.xml").port, 80);
 }
 
 TEST(Description, LocationThatNamesNoAddressIsNoDevice) {

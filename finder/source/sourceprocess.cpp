@@ -1,4 +1,4 @@
-#include "finder/source/searchprocess.h"
+#include "finder/source/sourceprocess.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -53,14 +53,14 @@ void SetUpDescriptors(int pipeFd) {
     try {
         body(sender);
     } catch (const std::exception& failure) {
-        sender.Send(FailureMessage{failure.what(), 0});
+        sender.Send(FailureMessage{{}, failure.what(), ""});
     }
     _exit(0);
 }
 
 }  // namespace
 
-std::optional<SearchProcess> SearchProcess::Start(const std::function<void(Sender&)>& body) {
+std::optional<SourceProcess> SourceProcess::Start(const std::function<void(Sender&)>& body) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         return std::nullopt;
@@ -77,29 +77,29 @@ std::optional<SearchProcess> SearchProcess::Start(const std::function<void(Sende
     }
     setpgid(pid, pid);
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
-    return SearchProcess(pid, ends[0]);
+    return SourceProcess(pid, ends[0]);
 }
 
-SearchProcess::SearchProcess(SearchProcess&& other) noexcept
+SourceProcess::SourceProcess(SourceProcess&& other) noexcept
     : m_pid(std::exchange(other.m_pid, -1)),
       m_fd(std::exchange(other.m_fd, -1)),
       m_pending(std::move(other.m_pending)) {}
 
-SearchProcess& SearchProcess::operator=(SearchProcess&& other) noexcept {
+SourceProcess& SourceProcess::operator=(SourceProcess&& other) noexcept {
     std::swap(m_pid, other.m_pid);
     std::swap(m_fd, other.m_fd);
     std::swap(m_pending, other.m_pending);
     return *this;
 }
 
-SearchProcess::~SearchProcess() {
+SourceProcess::~SourceProcess() {
     Kill();
     if (m_fd >= 0) {
         close(m_fd);
     }
 }
 
-bool SearchProcess::ReadLines(const std::function<void(std::string_view)>& take) {
+bool SourceProcess::ReadLines(const std::function<void(std::string_view)>& take) {
     std::array<char, 65536> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled next
     const ssize_t count = read(m_fd, buffer.data(), buffer.size());
     if (count < 0) {
@@ -116,7 +116,7 @@ bool SearchProcess::ReadLines(const std::function<void(std::string_view)>& take)
     return count > 0 && m_pending.size() <= kLongestLineBytes;
 }
 
-int SearchProcess::Join() {
+int SourceProcess::Join() {
     int status = 0;
     const pid_t pid = std::exchange(m_pid, -1);
     if (pid <= 0 || waitpid(pid, &status, 0) != pid) {
@@ -125,11 +125,17 @@ int SearchProcess::Join() {
     return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
 }
 
-void SearchProcess::Kill() {
+void SourceProcess::Kill() {
     if (m_pid > 0) {
         kill(-m_pid, SIGKILL);
         kill(m_pid, SIGKILL);
         Join();
+    }
+}
+
+void SourceProcess::DrainLines(const std::function<void(std::string_view)>& take) {
+    // A pipe holds a bounded number of bytes, and nobody writes to it any more.
+    while (ReadLines(take)) {
     }
 }
 

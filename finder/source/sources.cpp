@@ -1,0 +1,41 @@
+// The list of sources.
+#include <algorithm>
+#include <array>
+
+#include "finder/source/camerasearch.h"
+#include "finder/source/source.h"
+#include "finder/source/upnpsearch.h"
+
+namespace Lanscout {
+namespace {
+
+bool WantsOnvif(const Request& request) {
+    return request.onvif;
+}
+
+bool WantsUpnp(const Request& request) {
+    return request.upnp;
+}
+
+constexpr bool kEachTarget = true;
+constexpr bool kOneProcess = false;
+
+constexpr std::array kSources{
+    Source{SourceId::CameraSearch, "camerasearch", Work::Onvif, kOneProcess, &WantsOnvif,
+           &RunCameraSearch},
+    Source{SourceId::UpnpSearch, "upnpsearch", Work::Upnp, kEachTarget, &WantsUpnp, &RunUpnpSearch},
+};
+
+}  // namespace
+
+std::span<const Source> Sources() {
+    return kSources;
+}
+
+const char* SourceName(SourceId id) {
+    const auto found = std::find_if(kSources.begin(), kSources.end(),
+                                    [&](const Source& source) { return source.id == id; });
+    return found == kSources.end() ? "" : found->name;
+}
+
+}  // namespace Lanscout
