@@ -10,6 +10,8 @@
 
 #include <algorithm>
 
+#include "tools/lanscout-sim/network/network.h"
+
 namespace lansim {
 namespace {
 
@@ -83,6 +85,13 @@ Heard ReadIp(const Tins::EthernetII& ethernet, const Tins::IP& ip, std::string_v
     return {};
 }
 
+// What is multicast stays near: two routers for SSDP (UPnP Device Architecture 1.1, 1.1), none for
+// WS-Discovery (SOAP-over-UDP, 3.2).
+std::uint8_t TtlOf(const Endpoint& to) {
+    const bool isMulticast = to.ip.value >> 28 == 14;
+    return isMulticast ? (to.port == kSsdpPort ? 2 : 1) : 64;
+}
+
 }  // namespace
 
 Heard ReadFrame(std::string_view frame) try {
@@ -141,7 +150,7 @@ std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagra
     auto ip = Tins::IP(ToTins(datagram.to.ip), ToTins(datagram.from.ip)) /
               Tins::UDP(datagram.to.port, datagram.from.port) / Tins::RawPDU(datagram.payload);
     ip.id(ipId);
-    ip.ttl(64);
+    ip.ttl(TtlOf(datagram.to));
     const std::string packet = Bytes(ip);
     const auto ethernet = Tins::EthernetII(ToTins(to), ToTins(from));
     if (packet.size() <= mtu) {
@@ -155,7 +164,7 @@ std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagra
     for (std::size_t at = 0; at < content.size(); at += step) {
         Tins::IP part(ToTins(datagram.to.ip), ToTins(datagram.from.ip));
         part.id(ipId);
-        part.ttl(64);
+        part.ttl(TtlOf(datagram.to));
         part.protocol(IPPROTO_UDP);
         part.fragment_offset(static_cast<std::uint16_t>(at / kFragmentUnitBytes));
         if (at + step < content.size()) {

@@ -58,9 +58,11 @@ ip_mreqn OnLoopback(Ipv4 group) {
     return membership;
 }
 
-void SendMulticastOnLoopback(int fd) {
+void SendMulticastOnLoopback(int fd, std::uint16_t port) {
     const ip_mreqn device = OnLoopback({});
     setsockopt(fd, IPPROTO_IP, IP_MULTICAST_IF, &device, sizeof device);
+    const int ttl = port == kSsdpPort ? 2 : 1;
+    setsockopt(fd, IPPROTO_IP, IP_MULTICAST_TTL, &ttl, sizeof ttl);
 }
 
 void JoinOnLoopback(int fd, Ipv4 group) {
@@ -121,7 +123,7 @@ void LoopbackNetwork::Listen(const Endpoint& at, bool isGroup) {
     if (isGroup) {
         JoinOnLoopback(fd.Get(), at.ip);
     } else {
-        SendMulticastOnLoopback(fd.Get());
+        SendMulticastOnLoopback(fd.Get(), at.port);
     }
     epoll_event event{};
     event.events = EPOLLIN;

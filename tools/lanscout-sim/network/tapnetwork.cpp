@@ -90,6 +90,16 @@ void TapNetwork::Handle(std::string_view frame, const DatagramHandler& handler) 
     if (m_capture != nullptr) {
         m_capture->Write(frame);
     }
+    if (IsFragment(frame)) {
+        if (const auto whole = m_reassembly.Add(frame)) {
+            HandleWhole(*whole, handler);
+        }
+        return;
+    }
+    HandleWhole(frame, handler);
+}
+
+void TapNetwork::HandleWhole(std::string_view frame, const DatagramHandler& handler) {
     std::visit(Overloaded{[](std::monostate) {}, [&](const ArpRequest& heard) { Handle(heard); },
                           [&](const EchoRequest& heard) { Handle(heard); },
                           [&](const TcpPacket& heard) { Handle(heard); },

@@ -10,6 +10,7 @@
 #include "tools/lanscout-sim/network/frames.h"
 #include "tools/lanscout-sim/network/host.h"
 #include "tools/lanscout-sim/network/network.h"
+#include "tools/lanscout-sim/network/reassembly.h"
 
 namespace lansim {
 
@@ -51,6 +52,7 @@ private:
 
     void Watch(int fd);
     void Handle(std::string_view frame, const DatagramHandler& handler);
+    void HandleWhole(std::string_view frame, const DatagramHandler& handler);
     void Handle(const ArpRequest& request);
     void Handle(const EchoRequest& request);
     void Handle(const TcpPacket& packet);
@@ -66,6 +68,7 @@ private:
     lansim::Descriptor m_peerStack;
     Capture* m_capture;
     TapCounts m_counts;
+    Reassembly m_reassembly;
     std::map<Ipv4, std::vector<Host>> m_hosts;
     std::map<Ipv4, Mac> m_peers;        // whom the hosts have heard
     std::map<Ipv4, Mac> m_connectedAs;  // which host of a shared address TCP last went to

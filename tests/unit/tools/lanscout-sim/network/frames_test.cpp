@@ -171,4 +171,15 @@ TEST(SimFrames, OddFramesMeanNothing) {
     EXPECT_TRUE(std::holds_alternative<std::monostate>(ReadFrame(std::string(60, '\xFF'))));
 }
 
+TEST(SimFrames, MulticastStaysNearAndAReplyMayTravel) {
+    const auto ttlOf = [](Ipv4 to, std::uint16_t port) {
+        const auto frame =
+            UdpFrames(kCameraMac, kSearcherMac, {{kCameraIp, port}, {to, port}, "x", {}, {}}, 1)[0];
+        return static_cast<int>(static_cast<unsigned char>(frame[22]));
+    };
+    EXPECT_EQ(ttlOf(Ipv4{0xEFFFFFFA}, 1900), 2);
+    EXPECT_EQ(ttlOf(Ipv4{0xEFFFFFFA}, 3702), 1);
+    EXPECT_EQ(ttlOf(kSearcherIp, 1900), 64);
+}
+
 }  // namespace
