@@ -8,8 +8,8 @@ import jsonschema
 
 from lan import GROUP, program, wait_until
 
-SCHEMA = json.loads(
-    Path(__file__).parents[2].joinpath("finder/device/lanscout.schema.json").read_text())
+SCHEMA = json.loads(Path(program("lanscout")).parents[2].joinpath(
+    "finder/lanscout.schema.json").read_text())
 
 
 def simulated(network, *options, **keywords):
