@@ -4,9 +4,14 @@
 #include <fmt/ranges.h>
 
 #include <CLI/CLI.hpp>
-#include <iostream>
+#include <algorithm>
+#include <map>
+#include <ostream>
 
-#include "finder/device/columns.h"
+#include "finder/device/fields.h"
+#include "finder/text/safetext.h"
+#include "tools/lanscout/output/outputs.h"
+#include "tools/lanscout/task/exitstatus.h"
 
 namespace Lanscout {
 namespace {
@@ -14,76 +19,94 @@ namespace {
 constexpr int kLongestSeconds = 86400;
 constexpr int kGraceSeconds = 60;
 constexpr int kDefaultWatchSeconds = 30;
+constexpr int kLastPort = 65535;
+constexpr int kMostProbesASecond = 100000;
+constexpr int kMostAtOnce = 1000;
 
 constexpr char kFooter[] = R"(Examples:
   lanscout                               every interface, 5 seconds, a table
   lanscout --interface eth0 --timeout 15 one interface, more patience
+  lanscout --to 10.20.0.0/24             ask single addresses, also behind a router
   lanscout --json > monday.json          keep a result ...
   lanscout --compare monday.json         ... and see what is missing, new or changed
   lanscout --html cameras.html           a page to look at and to pass on
-  lanscout --csv --sort hardware         for a spreadsheet
+  lanscout --csv --sort model            for a spreadsheet
   lanscout --watch 60                    what comes and goes
 
 Exit status: 0 found, 1 nothing found, 2 wrong use, 3 could not search,
 4 differs from the --compare file.)";
 
-// The flags of CLI11 that several options share until they are made into Options.
+// What CLI11 fills in until it is made into Options.
 struct Flags {
-    bool table = false;
-    bool plain = false;
-    bool json = false;
-    bool jsonl = false;
-    bool csv = false;
-    bool noProgress = false;
+    int timeoutSeconds = 5;
+    int maxSeconds = 0;
     std::string only;
+    bool ipv4 = false;
+    bool ipv6 = false;
+    std::vector<std::string> to;
+    std::map<std::string, bool> formats;
+    bool noProgress = false;
     std::string colour = "auto";
     std::vector<int> watch;
 };
 
-void AddSearchOptions(CLI::App& app, Options& options, Flags& flags) {
-    app.add_option("-i,--interface", options.interfaces,
+void AddPlaceOptions(CLI::App& app, Options& options, Flags& flags) {
+    app.add_option("-i,--interface", options.request.interfaces,
                    "Search the addresses of this interface; may be repeated")
         ->option_text("NAME ...")
         ->allow_extra_args(false);
-    app.add_option("-a,--address", options.addresses,
+    app.add_option("-a,--address", options.request.addresses,
                    "Search from this address of this machine; may be repeated")
         ->option_text("IP ...")
         ->check(CLI::ValidIPV4)
         ->allow_extra_args(false);
-    app.add_option("-t,--timeout", options.timeoutSeconds,
-                   "How long to search; the last answers are waited for up to 3 seconds more")
+    app.add_option("--to", flags.to,
+                   "Ask these addresses one by one, also behind routers: 10.20.0.0/24, "
+                   "10.20.0.5-10.20.0.40 or @FILE with one a line; may be repeated")
+        ->option_text("RANGE|@FILE ...")
+        ->allow_extra_args(false);
+    app.add_flag("--ipv4", flags.ipv4, "Search by IPv4 only");
+    app.add_flag("--ipv6", flags.ipv6, "Search by IPv6 only");
+}
+
+void AddSearchOptions(CLI::App& app, Options& options, Flags& flags) {
+    app.add_option("-t,--timeout", flags.timeoutSeconds, "How long to search")
         ->option_text("SECONDS=5")
         ->check(CLI::Range(1, kLongestSeconds));
-    app.add_option("--max-time", options.maxSeconds,
+    app.add_option("--max-time", flags.maxSeconds,
                    "End a search that still runs after this time (default: the timeout and 60)")
         ->option_text("SECONDS")
         ->check(CLI::Range(1, 2 * kLongestSeconds));
     app.add_option("--only", flags.only, "Search one way only")
         ->option_text("onvif|upnp")
         ->check(CLI::IsMember({"onvif", "upnp"}));
+    app.add_option("--rate", options.request.rate, "Probes a second to the addresses of --to")
+        ->option_text("N=500")
+        ->check(CLI::Range(1, kMostProbesASecond));
+    app.add_option("--source-port", options.request.sourcePort,
+                   "Send the Probes from this UDP port, for a firewall that lets it pass")
+        ->option_text("PORT")
+        ->check(CLI::Range(1, kLastPort));
+    app.add_option("--at-once", options.request.atOnce, "UPnP searches at the same time, at most")
+        ->option_text("N=16")
+        ->check(CLI::Range(1, kMostAtOnce));
 }
 
-std::string NamesText() {
-    return fmt::format("{}", fmt::join(ColumnNames(), ", "));
-}
-
-void AddOutputOptions(CLI::App& app, Options& options, Flags& flags) {
-    app.add_flag("--table", flags.table, "A table (the default in a terminal)");
-    app.add_flag("--plain", flags.plain,
-                 "A line a device, fields between tabs (the default elsewhere)");
-    app.add_flag("--json", flags.json, "One JSON document at the end");
-    app.add_flag("--jsonl", flags.jsonl, "A JSON text a line, each at once");
-    app.add_flag("--csv", flags.csv, "Comma-separated values at the end");
-    app.add_option("--html", options.html, "Also write a page of the result to this file")
+void AddOutputOptions(CLI::App& app, OutputSettings& output, Flags& flags) {
+    for (const OutputFormat& format : OutputFormats()) {
+        app.add_flag(fmt::format("--{}", format.name), flags.formats[format.name], format.help);
+    }
+    app.add_option("--html", output.html, "Also write a page of the result to this file")
         ->option_text("FILE");
-    app.add_option("-s,--sort", options.sort, "Order the devices by this column: " + NamesText())
+    app.add_option("-s,--sort", output.sort,
+                   fmt::format("Order the devices by this column: {}", fmt::join(CsvNames(), ", ")))
         ->option_text("COLUMN=ip")
-        ->check(CLI::IsMember(ColumnNames()));
+        ->check(CLI::IsMember(CsvNames()));
     app.add_option("--color", flags.colour, "Colours in the table (NO_COLOR is respected)")
         ->option_text("auto|always|never")
         ->check(CLI::IsMember({"auto", "always", "never"}));
-    app.add_flag("-q,--quiet", options.quiet, "Nothing but the result and errors");
-    app.add_flag("-v,--verbose", options.verbose,
+    app.add_flag("-q,--quiet", output.quiet, "Nothing but the result and errors");
+    app.add_flag("-v,--verbose", output.verbose,
                  "The library's log lines too; twice for all of them");
     app.add_flag("--no-progress", flags.noProgress, "No progress bar, and no table until the end");
 }
@@ -91,88 +114,132 @@ void AddOutputOptions(CLI::App& app, Options& options, Flags& flags) {
 void AddTaskOptions(CLI::App& app, Options& options, Flags& flags) {
     app.add_option("-w,--watch", flags.watch,
                    "Search again and again, a search beginning every SECONDS (30), and report what "
-                   "appears, goes away or changes")
+                   "appears, goes away, returns, moves to another address or changes")
         ->option_text("[SECONDS]")
         ->expected(0, 1)
         ->check(CLI::Range(1, kLongestSeconds));
+    app.add_option("--state", options.state,
+                   "Keep the list of --watch in this file, so that a restart is no news")
+        ->option_text("FILE");
     app.add_option("-c,--compare", options.compare,
                    "Compare with an earlier --json result: missing, new, changed")
         ->option_text("FILE");
+    app.set_config("--config", "",
+                   "Read options from this file too, a line each: timeout=5; --watch reads it "
+                   "again at SIGHUP")
+        ->option_text("FILE");
 }
 
-Format ChosenFormat(const Flags& flags) {
-    if (flags.table + flags.plain + flags.json + flags.jsonl + flags.csv > 1) {
-        throw CLI::ValidationError("choose one of --table, --plain, --json, --jsonl, --csv");
+std::string ChosenFormat(const Flags& flags) {
+    std::vector<std::string> chosen;
+    std::vector<std::string> all;
+    for (const OutputFormat& format : OutputFormats()) {
+        all.push_back(fmt::format("--{}", format.name));
+        if (flags.formats.at(format.name)) {
+            chosen.emplace_back(format.name);
+        }
     }
-    if (flags.table) {
-        return Format::Table;
+    if (chosen.size() > 1) {
+        throw CLI::ValidationError(fmt::format("choose one of {}", fmt::join(all, ", ")));
     }
-    if (flags.plain) {
-        return Format::Plain;
+    return chosen.empty() ? std::string() : chosen.front();
+}
+
+void CheckFormat(const Options& options) {
+    if (options.output.format.empty()) {
+        return;
     }
-    if (flags.json) {
-        return Format::Json;
+    const OutputFormat& format = FormatNamed(options.output.format);
+    if (options.watch && !format.watches) {
+        throw CLI::ValidationError("--watch", "has no end to write a document at; use --jsonl");
     }
-    if (flags.jsonl) {
-        return Format::Jsonl;
+    if (!options.compare.empty() && !format.compares) {
+        throw CLI::ValidationError("--compare", "prints text or, with --json, one document");
     }
-    return flags.csv ? Format::Csv : Format::Auto;
+}
+
+void CheckSearch(const Options& options, const Flags& flags) {
+    if (flags.ipv4 && flags.ipv6) {
+        throw CLI::ValidationError("choose one of --ipv4, --ipv6; without them both are searched");
+    }
+    if (!options.request.to.empty() && !options.request.onvif) {
+        throw CLI::ValidationError("--to",
+                                   "asks ONVIF devices; it cannot be combined with "
+                                   "--only upnp");
+    }
+    if (!options.request.to.empty() && flags.ipv6) {
+        throw CLI::ValidationError("--to",
+                                   "takes IPv4 addresses; it cannot be combined with "
+                                   "--ipv6");
+    }
 }
 
 // What no single option's check can see.
-void CheckTogether(const Options& options) {
-    if (options.watchSeconds && !options.compare.empty()) {
+void CheckTogether(const Options& options, const Flags& flags) {
+    CheckSearch(options, flags);
+    if (options.watch && !options.compare.empty()) {
         throw CLI::ValidationError("--watch", "cannot be combined with --compare");
     }
-    if (options.watchSeconds && (options.format == Format::Json || options.format == Format::Csv)) {
-        throw CLI::ValidationError("--watch", "has no end to write a document at; use --jsonl");
+    if (!options.watch && !options.state.empty()) {
+        throw CLI::ValidationError("--state", "keeps the list of --watch, which is missing");
     }
-    if (!options.compare.empty() &&
-        (options.format == Format::Jsonl || options.format == Format::Csv)) {
-        throw CLI::ValidationError("--compare", "prints text or, with --json, one document");
-    }
-    if (options.quiet && options.verbose > 0) {
+    if (options.output.quiet && options.output.verbose > 0) {
         throw CLI::ValidationError("--quiet", "cannot be combined with --verbose");
     }
+    CheckFormat(options);
+}
+
+void CompleteRequest(const Flags& flags, Request& request) {
+    request.timeout = std::chrono::seconds(flags.timeoutSeconds);
+    request.maxTime = std::chrono::seconds(
+        flags.maxSeconds == 0 ? flags.timeoutSeconds + kGraceSeconds : flags.maxSeconds);
+    request.onvif = flags.only != "upnp";
+    request.upnp = flags.only != "onvif";
+    request.ipv4 = !flags.ipv6;
+    request.ipv6 = !flags.ipv4;
 }
 
 void Complete(const CLI::App& app, const Flags& flags, Options& options) {
-    options.onvif = flags.only != "upnp";
-    options.upnp = flags.only != "onvif";
-    options.format = ChosenFormat(flags);
-    options.sortGiven = app.count("--sort") > 0;
-    options.progress = !flags.noProgress && !options.quiet;
+    CompleteRequest(flags, options.request);
+    OutputSettings& output = options.output;
+    output.format = ChosenFormat(flags);
+    output.sortGiven = app.count("--sort") > 0;
+    output.progress = !flags.noProgress && !output.quiet;
     if (flags.colour != "auto") {
-        options.colour = flags.colour == "always" ? When::Always : When::Never;
+        output.colour = flags.colour == "always" ? When::Always : When::Never;
     }
     if (app.count("--watch") > 0) {
-        options.watchSeconds = flags.watch.empty() ? kDefaultWatchSeconds : flags.watch.front();
+        options.watch =
+            std::chrono::seconds(flags.watch.empty() ? kDefaultWatchSeconds : flags.watch.front());
     }
-    if (options.maxSeconds == 0) {
-        options.maxSeconds = options.timeoutSeconds + kGraceSeconds;
+    if (app.count("--config") > 0) {
+        options.config = app.get_option("--config")->as<std::string>();
     }
-    CheckTogether(options);
+    CheckTogether(options, flags);
 }
 
 }  // namespace
 
-std::variant<Options, int> ParseArguments(int argc, char** argv) {
+std::variant<Options, int> ParseArguments(int argc, const char* const* argv, std::ostream& out,
+                                          std::ostream& error) {
     CLI::App app("Finds the IP cameras (ONVIF) and UPnP devices of the local networks.",
                  "lanscout");
     app.footer(kFooter);
     app.set_version_flag("-V,--version", "lanscout " LANSCOUT_VERSION);
     Options options;
     Flags flags;
+    AddPlaceOptions(app, options, flags);
     AddSearchOptions(app, options, flags);
-    AddOutputOptions(app, options, flags);
+    AddOutputOptions(app, options.output, flags);
     AddTaskOptions(app, options, flags);
     try {
         app.parse(argc, argv);
         Complete(app, flags, options);
     } catch (const CLI::Success& answer) {
-        return app.exit(answer);
+        return app.exit(answer, out, error);
     } catch (const CLI::Error& wrong) {
-        std::cerr << "lanscout: " << wrong.what() << "\nTry 'lanscout --help'.\n";
+        error << "lanscout: " << ForDisplay(wrong.what(), LocaleCharset())
+              << "\nTry 'lanscout --help'.\n";
         return kExitWrongUse;
     }
     return options;

@@ -1,52 +1,29 @@
 // The command line.
 #pragma once
 
+#include <chrono>
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <variant>
-#include <vector>
+
+#include "finder/finder.h"
+#include "tools/lanscout/output/settings.h"
 
 namespace Lanscout {
 
-enum class Format {
-    Auto,  // Table in a terminal, Plain elsewhere
-    Table,
-    Plain,
-    Json,
-    Jsonl,
-    Csv,
-};
-
-enum class When { Auto, Always, Never };
-
 struct Options {
-    std::vector<std::string> interfaces;
-    std::vector<std::string> addresses;
-    int timeoutSeconds = 5;
-    int maxSeconds = 0;  // a search's process lives no longer; 0: the timeout and 60
-    bool onvif = true;
-    bool upnp = true;
-    Format format = Format::Auto;
-    std::string html;  // file to write; empty: none
-    std::string sort = "ip";
-    bool sortGiven = false;
-    std::string compare;  // earlier result; empty: none
-    std::optional<int> watchSeconds;
-    When colour = When::Auto;
-    bool quiet = false;
-    bool progress = true;
-    int verbose = 0;
+    Request request;
+    OutputSettings output;
+    std::string compare;                        // earlier result; empty: none
+    std::optional<std::chrono::seconds> watch;  // from one search to the next
+    std::string state;                          // file that keeps the watch's list; empty: none
+    std::string config;                         // file that options were read from; empty: none
 };
-
-// Exit statuses.
-inline constexpr int kExitFound = 0;
-inline constexpr int kExitNothingFound = 1;
-inline constexpr int kExitWrongUse = 2;
-inline constexpr int kExitCouldNotSearch = 3;
-inline constexpr int kExitDiffers = 4;
 
 // The options, or the exit status when there is nothing more to do: --help and --version were
-// answered, or wrong use was explained.
-std::variant<Options, int> ParseArguments(int argc, char** argv);
+// answered on `out`, or wrong use was explained on `error`.
+std::variant<Options, int> ParseArguments(int argc, const char* const* argv, std::ostream& out,
+                                          std::ostream& error);
 
 }  // namespace Lanscout

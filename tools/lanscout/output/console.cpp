@@ -1,19 +1,13 @@
 #include "tools/lanscout/output/console.h"
 
 #include <fmt/core.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <string>
 
 namespace Lanscout {
 namespace {
-
-constexpr int kDefaultColumns = 80;
-constexpr int kDefaultRows = 24;
 
 bool IsDumb() {
     const char* const term = std::getenv("TERM");
@@ -23,29 +17,6 @@ bool IsDumb() {
 bool IsSet(const char* variable) {
     const char* const value = std::getenv(variable);
     return value != nullptr && *value != '\0';
-}
-
-winsize SizeOf(int fd) {
-    winsize size{};
-    ioctl(fd, TIOCGWINSZ, &size);
-    size.ws_col = size.ws_col == 0 ? kDefaultColumns : size.ws_col;
-    size.ws_row = size.ws_row == 0 ? kDefaultRows : size.ws_row;
-    return size;
-}
-
-// False and errno when not all of it could be written.
-bool WriteAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = write(fd, text.data(), text.size());
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            return false;
-        }
-        text.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return true;
 }
 
 // Columns of a line whose colours are SGR sequences.
@@ -70,46 +41,76 @@ std::string ClearRows(std::size_t rows) {
     return text + fmt::format("\x1b[{}A", rows);
 }
 
+bool IsAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
+}
+
+// What is not ASCII spelled out, and nothing else touched: the sequences of the block and the
+// table's colours stand in such texts too.
+std::string ToAscii(std::string_view text) {
+    std::string ascii;
+    for (std::size_t at = 0; at < text.size();) {
+        const bool plain = (text[at] & 0x80) == 0;
+        std::size_t end = at;
+        while (end < text.size() && ((text[end] & 0x80) == 0) == plain) {
+            ++end;
+        }
+        const std::string_view piece = text.substr(at, end - at);
+        ascii += plain ? std::string(piece) : ForDisplay(piece, Charset::Ascii);
+        at = end;
+    }
+    return ascii;
+}
+
 }  // namespace
 
-Console::Console(const Options& options)
-    : m_outputIsTerminal(isatty(STDOUT_FILENO) == 1), m_charset(LocaleCharset()) {
-    const bool table = options.format == Format::Table || options.format == Format::Auto;
-    if (options.progress && !IsDumb()) {
-        if (m_outputIsTerminal && table) {
-            m_drawFd = STDOUT_FILENO;
-        } else if (isatty(STDERR_FILENO) == 1) {
-            m_drawFd = STDERR_FILENO;
-        }
-    }
+Environment ReadEnvironment() {
+    return {IsDumb(), IsSet("NO_COLOR"), LocaleCharset()};
+}
+
+Console::Console(Terminal& terminal, const OutputSettings& settings, const Environment& environment)
+    : m_terminal(terminal),
+      m_outputIsTerminal(terminal.IsTerminal(Stream::Output)),
+      m_charset(environment.charset) {
+    const bool drawsOnOutput =
+        m_outputIsTerminal && (settings.format.empty() || settings.format == "table");
+    m_drawOn = drawsOnOutput ? Stream::Output : Stream::Error;
+    m_canDraw = settings.progress && !environment.dumb && terminal.IsTerminal(m_drawOn);
     m_colour =
-        options.colour == When::Always ||
-        (options.colour == When::Auto && m_outputIsTerminal && !IsDumb() && !IsSet("NO_COLOR"));
+        settings.colour == When::Always || (settings.colour == When::Auto && m_outputIsTerminal &&
+                                            !environment.dumb && !environment.noColour);
 }
 
 int Console::OutputWidth() const {
-    return m_outputIsTerminal ? SizeOf(STDOUT_FILENO).ws_col : 0;
+    return m_outputIsTerminal ? m_terminal.SizeOf(Stream::Output).columns : 0;
 }
 
 int Console::DrawWidth() const {
-    return SizeOf(m_drawFd).ws_col - 1;  // the last column would leave the cursor in between
+    return m_terminal.SizeOf(m_drawOn).columns - 1;  // the last one would leave the cursor between
 }
 
 int Console::DrawHeight() const {
-    return SizeOf(m_drawFd).ws_row - 1;  // below the block stands the cursor
+    return m_terminal.SizeOf(m_drawOn).rows - 1;  // below the block stands the cursor
+}
+
+// In other character sets than UTF-8, bytes from 0x80 on may be control characters.
+std::string Console::FitFor(Stream stream, std::string_view text) const {
+    const bool spelledOut =
+        m_charset == Charset::Ascii && !IsAscii(text) && m_terminal.IsTerminal(stream);
+    return spelledOut ? ToAscii(text) : std::string(text);
 }
 
 bool Console::Output(std::string_view text) {
     Erase();
-    if (m_outputError == 0 && !WriteAll(STDOUT_FILENO, text)) {
-        m_outputError = errno;
+    if (m_outputError == 0) {
+        m_outputError = m_terminal.Write(Stream::Output, FitFor(Stream::Output, text));
     }
     return m_outputError == 0;
 }
 
 void Console::Say(std::string_view line) {
     Erase();
-    WriteAll(STDERR_FILENO, std::string(line) + "\n");
+    m_terminal.Write(Stream::Error, FitFor(Stream::Error, line) + "\n");
 }
 
 // Line by line, never by clearing from the top of the screen: some terminals put what is cleared
@@ -118,7 +119,7 @@ void Console::Draw(const std::vector<std::string>& lines) {
     if (!CanDraw()) {
         return;
     }
-    const int columns = SizeOf(m_drawFd).ws_col;
+    const int columns = m_terminal.SizeOf(m_drawOn).columns;
     if (columns != m_drawnColumns) {
         Erase();
     } else if (lines == m_drawn) {
@@ -133,25 +134,25 @@ void Console::Draw(const std::vector<std::string>& lines) {
     }
     m_drawn = lines;
     m_drawnColumns = columns;
-    WriteAll(m_drawFd, frame);
+    m_terminal.Write(m_drawOn, FitFor(m_drawOn, frame));
 }
 
 // A terminal that was made narrower has broken the block's lines, so that there are more of them;
 // what has left its upper end is out of reach.
 int Console::DrawnRows() const {
-    const winsize size = SizeOf(m_drawFd);
+    const TerminalSize size = m_terminal.SizeOf(m_drawOn);
     int rows = 0;
     for (const std::string& line : m_drawn) {
-        rows += std::max(1, (VisibleWidth(line) + size.ws_col - 1) / size.ws_col);
+        rows += std::max(1, (VisibleWidth(line) + size.columns - 1) / size.columns);
     }
-    return std::min<int>(rows, size.ws_row - 1);
+    return std::min(rows, size.rows - 1);
 }
 
 void Console::Erase() {
     if (!m_drawn.empty()) {
         const int rows = DrawnRows();
-        WriteAll(m_drawFd,
-                 fmt::format("\x1b[{}A\r", rows) + ClearRows(static_cast<std::size_t>(rows)));
+        m_terminal.Write(
+            m_drawOn, fmt::format("\x1b[{}A\r", rows) + ClearRows(static_cast<std::size_t>(rows)));
         m_drawn.clear();
     }
 }

@@ -7,13 +7,24 @@
 #include <vector>
 
 #include "finder/text/safetext.h"
-#include "tools/lanscout/options.h"
+#include "tools/lanscout/output/settings.h"
+#include "tools/lanscout/output/terminal.h"
 
 namespace Lanscout {
 
+// What the user's environment says of the terminal.
+struct Environment {
+    bool dumb = false;      // TERM
+    bool noColour = false;  // NO_COLOR
+    Charset charset = Charset::Utf8;
+};
+
+// Of this process; the locale has been set.
+Environment ReadEnvironment();
+
 class Console {
 public:
-    explicit Console(const Options& options);
+    Console(Terminal& terminal, const OutputSettings& settings, const Environment& environment);
     ~Console() { Erase(); }
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
@@ -22,7 +33,7 @@ public:
     bool IsTerminal() const { return m_outputIsTerminal; }
 
     // There is a terminal to draw the block on, and drawing is wanted.
-    bool CanDraw() const { return m_drawFd >= 0; }
+    bool CanDraw() const { return m_canDraw; }
 
     bool HasColour() const { return m_colour; }
     Charset TextCharset() const { return m_charset; }
@@ -54,9 +65,12 @@ public:
 
 private:
     int DrawnRows() const;
+    std::string FitFor(Stream stream, std::string_view text) const;
 
+    Terminal& m_terminal;  // NOLINT: lives as long as the program
     bool m_outputIsTerminal;
-    int m_drawFd = -1;
+    bool m_canDraw = false;
+    Stream m_drawOn = Stream::Output;
     bool m_colour = false;
     Charset m_charset;
     int m_outputError = 0;

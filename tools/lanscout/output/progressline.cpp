@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "tools/lanscout/output/summary.h"
+
 namespace Lanscout {
 namespace {
 
@@ -18,10 +20,6 @@ std::string Bar(double share, int width) {
 }
 
 }  // namespace
-
-std::string Counted(std::size_t count, const char* what) {
-    return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
-}
 
 std::string ProgressLine(const Progress& progress, std::size_t devices, int width) {
     const double left = progress.expectedSeconds - progress.elapsedSeconds;

@@ -4,15 +4,11 @@
 #include <cstddef>
 #include <string>
 
-#include "finder/report.h"
-#include "finder/text/safetext.h"
+#include "finder/event.h"
 
 namespace Lanscout {
 
 // "[#####-----]  4 s left, 12 devices", never wider than `width` columns.
 std::string ProgressLine(const Progress& progress, std::size_t devices, int width);
-
-// "1 device", "12 devices".
-std::string Counted(std::size_t count, const char* what);
 
 }  // namespace Lanscout

@@ -1,45 +1,49 @@
-// What the user gets to see of a round, while it runs and at its end.
+// What the user sees of a search: what the formats write, and what is the same for all of them,
+// problems, log lines and a progress line.
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <vector>
 
-#include "finder/finder.h"
-#include "tools/lanscout/output/console.h"
+#include "tools/lanscout/output/outputs.h"
 
 namespace Lanscout {
 
-// Problems, log lines and a progress line are the same for every format; the formats differ in what
-// they write when.
-class Reporter : public RoundObserver {
-public:
-    Reporter(const Options& options, Console& console) : m_options(options), m_console(console) {}
-
-    void OnFound(const DeviceTable& /*table*/, DeviceTable::Result /*result*/) override {}
-    void OnProblem(const Problem& problem) override;
-    void OnLibraryLine(int level, std::string_view line) override;
-    void OnResumed() override { m_console.Forget(); }
-    void OnProgress(const DeviceTable& table, const Progress& progress) override;
-
-    // The round is over; its devices are in the order of --sort.
-    virtual void End(const Report& report) = 0;
-
-protected:
-    // Lines to draw above the progress line, `height` at most.
-    virtual std::vector<std::string> BlockLines(const DeviceTable& /*table*/, int /*height*/) {
-        return {};
-    }
-
-    const Options& m_options;  // NOLINT: lives as long as the program
-    Console& m_console;        // NOLINT
+// What of a running search's devices is shown before its end.
+enum class Live {
+    All,      // drawn in a terminal, and told to the formats
+    Drawn,    // only the end is of interest
+    Counted,  // not even drawn: another search follows
 };
 
-// For options.format, which is not Auto.
-std::unique_ptr<Reporter> MakeReporter(const Options& options, Console& console);
+class Reporter : public Observer {
+public:
+    Reporter(const Means& means, Live live);
 
-// Shows progress and problems, and leaves the result to the caller.
-std::unique_ptr<Reporter> MakeProgressReporter(const Options& options, Console& console);
+    // An event that is none of a running search.
+    void Tell(const DeviceEvent& event);
 
-// "12 devices (10 cameras) on eth0 (192.168.1.2) in 8.1 s"
-std::string SummaryText(const Report& report);
+    void OnDevice(const DeviceEvent& event) override;
+    void OnProblem(const Problem& problem) override;
+    void OnLogLine(int level, std::string_view text) override;
+    void OnProgress(std::span<const Device> devices, const Progress& progress) override;
+
+    // One of these at the end, the devices in the order of --sort. They throw std::runtime_error
+    // when the result could not be written.
+    void EndSearch(const Report& report);
+    void EndComparison(const Report& report, const Comparison& comparison);
+    void EndRound(const Report& report);
+
+private:
+    std::vector<std::string> Block(std::span<const Device> devices);
+    void ForEach(const std::function<void(Output&)>& tell);
+
+    Console& m_console;                // NOLINT: lives as long as the program
+    const OutputSettings& m_settings;  // NOLINT
+    Live m_live;
+    bool m_changed = true;
+    std::vector<std::unique_ptr<Output>> m_outputs;
+};
 
 }  // namespace Lanscout

@@ -1,23 +1,31 @@
-// Devices as a table for people.
+// A table for people, which grows while the search runs.
 #pragma once
 
-#include <string>
-#include <vector>
+#include <memory>
 
-#include "finder/device/device.h"
-#include "finder/text/safetext.h"
+#include "tools/lanscout/output/outputs.h"
 
 namespace Lanscout {
 
-struct TableStyle {
-    int width = 0;  // columns of the terminal; 0: no limit
-    bool colour = false;
-    Charset charset = Charset::Utf8;
-};
+class TableOutput : public Output {
+public:
+    explicit TableOutput(const Means& means)
+        : m_console(means.console), m_settings(means.settings) {}
+    static std::unique_ptr<Output> Make(const Means& means);
 
-// The heading and a line for each device. Columns in which no device has a text are left out; where
-// the width does not suffice, long texts are cut and then whole columns left out, the address never
-// and a web address never cut.
-std::vector<std::string> LayOutTable(const std::vector<Device>& devices, const TableStyle& style);
+    void OnEvent(const DeviceEvent& event) override;
+    std::vector<std::string> Block(const Room& room, std::span<const Device> devices,
+                                   bool changed) override;
+    void EndSearch(const Report& report) override;
+    void EndComparison(const Report& report, const Comparison& comparison) override;
+
+private:
+    std::vector<std::string> LayOutBlock(const Room& room, std::span<const Device> devices) const;
+
+    Console& m_console;                // NOLINT: lives as long as the program
+    const OutputSettings& m_settings;  // NOLINT
+    Room m_room;
+    std::vector<std::string> m_lines;
+};
 
 }  // namespace Lanscout

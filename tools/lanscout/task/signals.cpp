@@ -4,64 +4,67 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <utility>
 
 namespace Lanscout {
 namespace {
 
+bool IsIgnored(int signal) {
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 sigset_t TakenSignals() {
     sigset_t set;
     sigemptyset(&set);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGCONT}) {
-        sigaddset(&set, signal);
+        if (!IsIgnored(signal)) {
+            sigaddset(&set, signal);
+        }
     }
     return set;
 }
 
 }  // namespace
 
-Signals::Signals() {
+SystemSignals::SystemSignals(Hangup hangup) : m_hangup(hangup) {
     const sigset_t set = TakenSignals();
-    sigprocmask(SIG_BLOCK, &set, nullptr);
-    m_fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    m_fd = Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (m_fd) {
+        sigprocmask(SIG_BLOCK, &set, nullptr);
+    }
 }
 
-Signals::~Signals() {
-    close(m_fd);
+SystemSignals::~SystemSignals() {
     const sigset_t set = TakenSignals();
     sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-void Signals::Take() {
+void SystemSignals::Take() {
     signalfd_siginfo info{};
-    while (read(m_fd, &info, sizeof info) == sizeof info) {
+    while (m_fd && read(m_fd.Fd(), &info, sizeof info) == sizeof info) {
         if (info.ssi_signo == SIGCONT) {
             m_resumed = true;
+        } else if (info.ssi_signo == SIGHUP && m_hangup == Hangup::IsCollected) {
+            m_hungUp = true;
         } else if (info.ssi_signo != SIGWINCH) {  // which is taken to wake the caller up
             m_interrupted = true;
         }
     }
 }
 
-bool Signals::TakeResumed() {
+bool SystemSignals::TakeResumed() {
     return std::exchange(m_resumed, false);
 }
 
-void Signals::WaitFor(long milliseconds) {
-    using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::milliseconds(milliseconds);
-    while (!m_interrupted) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-        if (left <= 0) {
-            return;
-        }
-        pollfd entry{m_fd, POLLIN, 0};
-        poll(&entry, 1, static_cast<int>(std::min<long>(left, 1000)));
-        Take();
-    }
+bool SystemSignals::TakeHangup() {
+    return std::exchange(m_hungUp, false);
+}
+
+void SystemSignals::WaitFor(std::chrono::milliseconds longest) {
+    pollfd entry{m_fd.Fd(), POLLIN, 0};
+    poll(&entry, 1, static_cast<int>(longest.count()));
 }
 
 }  // namespace Lanscout

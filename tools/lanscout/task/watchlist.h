@@ -4,60 +4,52 @@
 #include <string>
 #include <vector>
 
-#include "finder/device/comparison.h"
-#include "finder/report.h"
+#include "finder/event.h"
 
 namespace Lanscout {
 
-struct WatchEvent {
-    enum class What { Appeared, Gone, Changed };
-
-    What what = What::Appeared;
-    std::string time;      // ISO 8601, UTC; of Gone: when it was missed for good
-    std::string lastSeen;  // of Gone
-    Device device;
-    std::vector<FieldChange> changes;  // of Changed
-};
-
-// Knows the devices that are there, and no others: what is gone is forgotten, so that a watch of
-// months needs no more memory than its network is large, and never more than kMostDevices.
+// Knows the devices that are there, and those that were, as far as there is room: a watch of months
+// needs no more memory than kMostDevices do.
 class WatchList {
 public:
     static constexpr std::size_t kMostDevices = 10000;
 
-    // A device is gone when that many rounds in a row have missed it: a lost datagram is no news.
+    // A device is gone when that many complete rounds in a row have missed it: a lost datagram is
+    // no news.
     static constexpr int kRoundsUntilGone = 2;
 
-    // Takes a round's result. A round that is not complete makes nothing go away.
-    std::vector<WatchEvent> Take(const Report& report);
-
-    std::vector<Device> Devices() const;
-
-    // Whether devices were left out because there were too many.
-    bool IsFull() const { return m_full; }
-
-private:
     struct Entry {
         Device device;
         std::string lastSeen;
+        bool gone = false;
         int missed = 0;
     };
 
-    void TakeMissing(const Report& report, std::size_t index, std::vector<WatchEvent>& events,
-                     std::vector<Entry>& stay);
+    WatchList() = default;
+    explicit WatchList(std::vector<Entry> entries);
+
+    // Takes a round's result. A round that is not complete makes nothing go away.
+    std::vector<DeviceEvent> Take(const Report& report);
+
+    // Those that are there.
+    std::vector<Device> Devices() const;
+    std::size_t Count() const;
+
+    // Those that are gone too.
+    const std::vector<Entry>& Entries() const { return m_entries; }
+
+    // Whether the last round had devices that were left out because there were too many.
+    bool IsFull() const { return m_full; }
+
+private:
+    void TakeSeen(const Report& report, const Device& seen, Entry& entry,
+                  std::vector<DeviceEvent>& events);
+    void TakeMissed(const Report& report, Entry& entry, std::vector<DeviceEvent>& events);
+    void TakeNew(const Report& report, const Device& seen, std::vector<DeviceEvent>& events);
+    bool MakeRoom();
 
     std::vector<Entry> m_entries;
     bool m_full = false;
 };
-
-const char* WatchWhatText(WatchEvent::What what);
-
-// A line for people, without its line end.
-std::string WatchEventText(const WatchEvent& event);
-
-// The fields of the line between tabs.
-std::string WatchEventPlain(const WatchEvent& event);
-
-Json WatchEventToJson(const WatchEvent& event);
 
 }  // namespace Lanscout

@@ -8,11 +8,6 @@ TEST(ProgressLine, BarTimeAndCountAreThere) {
     EXPECT_EQ(ProgressLine({4, 8, 2}, 12, 40), "[########---------] 4 s left, 12 devices");
 }
 
-TEST(ProgressLine, OneDeviceIsNoPlural) {
-    EXPECT_EQ(Counted(1, "device"), "1 device");
-    EXPECT_EQ(Counted(0, "device"), "0 devices");
-}
-
 TEST(ProgressLine, TimeThatIsUpIsNotNegative) {
     EXPECT_EQ(ProgressLine({9, 8, 1}, 3, 60),
               "[##################] waiting for the last answers, 3 devices");

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 using namespace Lanscout;
-using What = WatchEvent::What;
+using What = DeviceEvent::What;
 
 namespace {
 
@@ -12,7 +12,7 @@ constexpr char kMac[] = "00:1B:FF:01:02:03";
 Device At(const std::string& ip, const std::string& hardware = "IPC") {
     Device device;
     device.ip = ip;
-    device.onvif = true;
+    device.protocols.onvif = true;
     device.port = 80;
     device.hardware = hardware;
     device.firstSeen = "first";
@@ -24,7 +24,7 @@ Report Round(std::vector<Device> devices, const std::string& time,
     Report report;
     report.devices = std::move(devices);
     report.finished = time;
-    report.searches = {{{"eth0", "10.0.0.254"}, Protocol::Onvif, outcome}};
+    report.searches = {{{"eth0", "10.0.0.254"}, SourceId::Probes, Work::Onvif, outcome}};
     return report;
 }
 
@@ -58,14 +58,15 @@ TEST(Watch, TwoMissedRoundsAreAGoneDevice) {
     EXPECT_TRUE(list.Devices().empty());
 }
 
-TEST(Watch, GoneDeviceAppearsAgain) {
+TEST(Watch, GoneDeviceReturns) {
     WatchList list;
     list.Take(Round({At("10.0.0.1")}, "1"));
     list.Take(Round({}, "2"));
     list.Take(Round({}, "3"));
     const auto events = list.Take(Round({At("10.0.0.1")}, "4"));
     ASSERT_EQ(events.size(), 1U);
-    EXPECT_EQ(events[0].what, What::Appeared);
+    EXPECT_EQ(events[0].what, What::Returned);
+    EXPECT_EQ(events[0].lastSeen, "1");
 }
 
 TEST(Watch, RoundThatWasNotCompleteMakesNothingGoAway) {
@@ -77,7 +78,7 @@ TEST(Watch, RoundThatWasNotCompleteMakesNothingGoAway) {
     EXPECT_EQ(list.Devices().size(), 1U);
 }
 
-TEST(Watch, NewAddressOfAKnownDeviceIsAChange) {
+TEST(Watch, KnownDeviceAtANewAddressHasMoved) {
     WatchList list;
     Device device = At("10.0.0.1");
     device.mac = kMac;
@@ -85,7 +86,7 @@ TEST(Watch, NewAddressOfAKnownDeviceIsAChange) {
     device.ip = "10.0.0.9";
     const auto events = list.Take(Round({device}, "2"));
     ASSERT_EQ(events.size(), 1U);
-    EXPECT_EQ(events[0].what, What::Changed);
+    EXPECT_EQ(events[0].what, What::Moved);
     EXPECT_EQ(events[0].changes, (std::vector<FieldChange>{{"ip", "10.0.0.1", "10.0.0.9"}}));
     EXPECT_TRUE(list.Take(Round({device}, "3")).empty());
 }
@@ -109,15 +110,3 @@ TEST(Watch, FloodIsNotKept) {
     EXPECT_EQ(list.Devices().size(), WatchList::kMostDevices);
 }
 
-TEST(WatchText, GoneTellsWhenItWasLastSeen) {
-    EXPECT_EQ(WatchEventText({What::Gone, "T2", "T1", At("10.0.0.1"), {}}),
-              "T2  gone      10.0.0.1         N/A                IPC  (last seen T1)");
-}
-
-TEST(WatchText, ChangeIsSpelledOutInJson) {
-    const Json json =
-        WatchEventToJson({What::Changed, "T", "", At("10.0.0.1"), {{"port", "80", "81"}}});
-    EXPECT_EQ(json["event"], "changed");
-    EXPECT_EQ(json["changes"][0]["after"], "81");
-    EXPECT_EQ(json["device"]["ip"], "10.0.0.1");
-}

@@ -1,4 +1,4 @@
-#include "tools/lanscout/output/page.h"
+#include "tools/lanscout/output/html.h"
 
 #include <gmock/gmock.h>
 
@@ -25,13 +25,17 @@ std::string DataOf(const std::string& page) {
     return page.substr(at, page.find("</script>", at) - at);
 }
 
+std::size_t FieldIndex(std::string_view name) {
+    return static_cast<std::size_t>(FieldNamed(name) - Fields().data());
+}
+
 }  // namespace
 
 TEST(Page, ScriptInANameStaysData) {
     const std::string name = "</script><script>alert(1)</script><!--";
     const std::string page = Page(name);
     EXPECT_THAT(page, Not(HasSubstr("alert(1)</script>")));
-    EXPECT_EQ(Json::parse(DataOf(page))["devices"][0]["name"], name);
+    EXPECT_EQ(Json::parse(DataOf(page))["rows"][0]["texts"][FieldIndex("name")], name);
 }
 
 TEST(Page, LineSeparatorsAreEscaped) {
@@ -40,7 +44,7 @@ TEST(Page, LineSeparatorsAreEscaped) {
 
 TEST(Page, PlacesInANameAreNotFilled) {
     const Json data = Json::parse(DataOf(Page("@DATA@ @NONCE@")));
-    EXPECT_EQ(data["devices"][0]["name"], "@DATA@ @NONCE@");
+    EXPECT_EQ(data["rows"][0]["texts"][FieldIndex("name")], "@DATA@ @NONCE@");
 }
 
 TEST(Page, OnlyItsOwnScriptMayRun) {

@@ -1,0 +1,22 @@
+// What the user chose of how results are shown.
+#pragma once
+
+#include <string>
+
+namespace Lanscout {
+
+enum class When { Auto, Always, Never };
+
+struct OutputSettings {
+    std::string
+        format;        // a name of OutputFormats(); empty: a table in a terminal, else plain lines
+    std::string html;  // page to write beside it; empty: none
+    std::string sort = "ip";  // a field's name
+    bool sortGiven = false;
+    When colour = When::Auto;
+    bool quiet = false;
+    bool progress = true;
+    int verbose = 0;
+};
+
+}  // namespace Lanscout

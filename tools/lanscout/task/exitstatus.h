@@ -1,0 +1,12 @@
+// What the command's exit status says.
+#pragma once
+
+namespace Lanscout {
+
+inline constexpr int kExitFound = 0;
+inline constexpr int kExitNothingFound = 1;
+inline constexpr int kExitWrongUse = 2;
+inline constexpr int kExitCouldNotSearch = 3;  // or the result could not be written
+inline constexpr int kExitDiffers = 4;
+
+}  // namespace Lanscout
