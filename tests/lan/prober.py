@@ -30,9 +30,13 @@ def mac_text(raw):
 class Prober:
     """A UDP socket of the searcher's and, beside it, everything that passes its device."""
 
-    def __init__(self, namespace, device, address):
-        self.socket = namespace.socket()
+    def __init__(self, namespace, device, address, family=socket.AF_INET):
+        self.socket = namespace.socket(family)
         self.socket.bind((address, 0))
+        self.scope = ()
+        if family == socket.AF_INET6:
+            with namespace.entered():
+                self.scope = (0, socket.if_nametoindex(device))
         self.wire = namespace.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_ALL))
         self.wire.bind((device, 0))
         self.wire.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
@@ -45,7 +49,7 @@ class Prober:
         self.wire.close()
 
     def ask(self, address=GROUP, text=None, port=PORT):
-        self.socket.sendto(probe_text() if text is None else text, (address, port))
+        self.socket.sendto(probe_text() if text is None else text, (address, port, *self.scope))
 
     def replies(self, count, seconds=5):
         """Waits for so many; returns [(address, text)], fewer when the time is up."""

@@ -2,6 +2,7 @@
 
 import json
 import re
+import socket
 
 from lan import GROUP, program
 from prober import Prober
@@ -90,3 +91,60 @@ def test_quiet_cameras_are_learnt_only_when_they_are_asked(network):
         searcher.ask(replies[0][0])
         assert len(searcher.replies(1)) == 1
     assert simulator.namespace.neighbours("sim0").keys() - {GROUP} == {replies[0][0]}
+
+
+GROUP6 = "ff02::c"
+
+
+def prober6(simulator):
+    return Prober(simulator.namespace, "sim0", "::", socket.AF_INET6)
+
+
+def test_cameras_answer_on_ipv6_and_become_neighbours(network):
+    simulator = network.simulator("--ipv6", "also", cameras=3)
+    with prober6(simulator) as searcher:
+        searcher.ask(GROUP6)
+        replies = searcher.replies(3)
+    expected = {f"fe80::4c:aff:fe63:{number}": f"02:4c:0a:63:00:0{number}" for number in "abc"}
+    assert {address.partition("%")[0] for address, _ in replies} == set(expected)
+    assert all(f"http://[{address.partition('%')[0]}]" in text for address, text in replies)
+    neighbours = simulator.namespace.ip("-6", "neighbour", "show", "dev", "sim0", "nud", "all")
+    assert expected.items() <= {entry["dst"]: entry.get("lladdr") for entry in neighbours}.items()
+
+
+def test_cameras_on_ipv6_alone_are_asked_one_by_one_and_echo(network):
+    simulator = network.simulator("--ipv6", "only", cameras=2)
+    with prober(simulator) as searcher:
+        searcher.ask()
+        assert searcher.replies(1, seconds=0.7) == []
+    with prober6(simulator) as searcher:
+        searcher.ask("fe80::4c:aff:fe63:b")
+        [(address, _)] = searcher.replies(1)
+    assert address.startswith("fe80::4c:aff:fe63:b")
+    echo = simulator.namespace.socket(socket.AF_INET6, socket.SOCK_RAW, socket.IPPROTO_ICMPV6)
+    with simulator.namespace.entered():
+        scope = socket.if_nametoindex("sim0")
+    with echo:
+        echo.settimeout(5)
+        echo.sendto(b"\x80\0\0\0\0\x07\0\x09ping", ("fe80::4c:aff:fe63:a", 0, 0, scope))
+        answer = b""
+        while not answer.endswith(b"\0\x07\0\x09ping") or answer[0] != 129:
+            answer = echo.recv(1000)
+
+
+def test_quiet_camera_on_ipv6_does_not_ask(network):
+    simulator = network.simulator("--ipv6", "only", "--misbehave", "quiet-arp=100%", cameras=2)
+    with prober6(simulator) as searcher:
+        searcher.ask(GROUP6)
+        assert len(searcher.replies(2)) == 2
+        asked = [rest for kind, mac, _, rest in searcher.frames()
+                 if kind == 0x86DD and rest[6] == 58 and rest[40] == 135 and mac[:5] == "02:4C"]
+    assert asked == []
+
+
+def test_oversize_reply_comes_whole_over_ipv6(network):
+    simulator = network.simulator("--ipv6", "only", "--misbehave", "oversize=100%", cameras=1)
+    with prober6(simulator) as searcher:
+        searcher.ask(GROUP6)
+        [(_, text)] = searcher.replies(1)
+    assert len(text) >= 6000 and text.rstrip().endswith("Envelope>")

@@ -6,15 +6,25 @@
 
 namespace lansim {
 
+namespace {
+
+SimulatedHost HostOf(const Camera& camera, const IpAddress& ip) {
+    const bool answersArp = !camera.Does(Misbehaviour::NoArp);
+    const bool asksArp = answersArp && !camera.Does(Misbehaviour::QuietArp);
+    return {ip, camera.mac, answersArp, asksArp, {kDiscoveryPort}};
+}
+
+}  // namespace
+
 std::vector<SimulatedHost> HostsOf(const Population& population) {
-    std::map<std::pair<Ipv4, Mac>, SimulatedHost> hosts;
+    std::map<std::pair<IpAddress, Mac>, SimulatedHost> hosts;
     for (const auto& camera : population.cameras) {
-        const bool answersArp = !camera.Does(Misbehaviour::NoArp);
-        hosts[{camera.ip, camera.mac}] = {camera.ip,
-                                          camera.mac,
-                                          answersArp,
-                                          answersArp && !camera.Does(Misbehaviour::QuietArp),
-                                          {kDiscoveryPort}};
+        if (camera.hasIpv4) {
+            hosts[{camera.ip, camera.mac}] = HostOf(camera, camera.ip);
+        }
+        if (camera.ipv6) {
+            hosts[{*camera.ipv6, camera.mac}] = HostOf(camera, *camera.ipv6);
+        }
     }
     for (const auto& device : population.upnpDevices) {
         SimulatedHost& host = hosts[{device.ip, device.mac}];

@@ -75,6 +75,7 @@ public:
 // What the parser writes before it becomes Options.
 struct Raw {
     std::string mode = "auto";
+    std::string ipv6;
     std::vector<std::string> shares;
     std::string network;
     double loss = 0;
@@ -97,6 +98,10 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--foreign", options.foreignCameras,
                    "so many of the generated cameras stand in another subnet, 192.168.77.0/24")
         ->type_name("N");
+    app.add_option("--ipv6", raw.ipv6,
+                   "generated cameras hear and answer on IPv6 too (also), or on IPv6 alone (only)")
+        ->check(CLI::IsMember({"also", "only"}).description(""))
+        ->type_name("also|only");
     app.add_option("--seed", options.seed, "the same seed makes the same run")
         ->capture_default_str()
         ->type_name("S");
@@ -167,6 +172,9 @@ void Complete(const CLI::App& app, Options& options, const Raw& raw) {
                    : raw.mode == "loopback" ? Mode::Loopback
                                             : Mode::Automatic;
     RequireNamespace(app, options);
+    options.ipv6 = raw.ipv6 == "also"   ? Ipv6Use::Also
+                   : raw.ipv6 == "only" ? Ipv6Use::Only
+                                        : Ipv6Use::None;
     for (const auto& share : raw.shares) {
         options.shares.push_back(*ParseMisbehaviourShare(share).value);
     }

@@ -8,6 +8,7 @@
 
 #include "tools/lanscout-sim/base/misbehaviour.h"
 #include "tools/lanscout-sim/network/address.h"
+#include "tools/lanscout-sim/population.h"
 
 namespace lansim {
 
@@ -18,6 +19,7 @@ struct Options {
     std::size_t cameras = 0;
     std::size_t upnpDevices = 0;
     std::size_t foreignCameras = 0;
+    Ipv6Use ipv6 = Ipv6Use::None;
     std::uint64_t seed = 1;
     std::string scenarioFile;
     std::vector<MisbehaviourShare> shares;

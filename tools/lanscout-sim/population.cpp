@@ -217,6 +217,11 @@ void MakeCameras(const PopulationRequest& request, Addresses& addresses, Random&
         if (camera.mac == Mac{}) {
             camera.mac = MacFor(camera.ip);
         }
+        const bool isGenerated = i >= request.named.size();
+        if (!camera.ipv6 && (!camera.hasIpv4 || (isGenerated && request.ipv6 != Ipv6Use::None))) {
+            camera.ipv6 = LinkLocalOf(camera.mac);
+        }
+        camera.hasIpv4 = camera.hasIpv4 && !(isGenerated && request.ipv6 == Ipv6Use::Only);
     }
     Distribute(SharesOf(request.shares, false), From(cameras, request.named.size()), "cameras",
                random);

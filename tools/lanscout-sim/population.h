@@ -10,12 +10,16 @@
 
 namespace lansim {
 
+// Whether generated cameras have IPv6 addresses beside, or instead of, their IPv4 ones.
+enum class Ipv6Use { None, Also, Only };
+
 struct PopulationRequest {
     Subnet network;                // the searcher's address and the network all devices stand in
     std::uint32_t firstHost = 10;  // the first generated camera's number in the network
     std::size_t generated = 0;
     std::size_t generatedUpnp = 0;
     std::size_t generatedForeign = 0;  // of the generated cameras, those of another subnet
+    Ipv6Use ipv6 = Ipv6Use::None;
     std::uint64_t seed = 1;
     std::vector<Camera> named;              // from a scenario; what they leave open is filled in
     std::vector<UpnpDevice> namedUpnp;      // likewise

@@ -127,6 +127,10 @@ Camera ReadCamera(const json& object, const std::string& place) {
     reader.Read("location", camera.location);
     reader.Read("shape", camera.shape);
     reader.Read("foreign", camera.isForeign);
+    reader.ReadText("ipv6", camera.ipv6, ParseIpv6, "an IPv6 address");
+    bool ipv6Only = false;
+    reader.Read("ipv6Only", ipv6Only);
+    camera.hasIpv4 = !ipv6Only;
     reader.Read("xaddrs", camera.xaddrs);
     reader.Read("scopes", camera.scopes);
     ReadTypes(reader, camera);

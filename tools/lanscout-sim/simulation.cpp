@@ -128,8 +128,7 @@ private:
         auto network = std::make_unique<TapNetwork>(m_options.tap, m_subnet, HostsOf(m_population),
                                                     m_capture.get());
         if (!m_population.upnpDevices.empty()) {
-            network->Attach(
-                MakePeerStack(m_subnet, UpnpAddresses(), [this] { ServeEverywhere(); }));
+            network->Attach(MakePeerStack(UpnpAddresses(), [this] { ServeEverywhere(); }));
         }
         m_tapCounts = &network->Counts();
         m_network = std::move(network);
@@ -143,9 +142,13 @@ private:
                             "leave --network out or give one as 127.77.0.1/16",
                             ToText(subnet)));
         }
-        const bool hasForeign = std::ranges::any_of(m_scenario.cameras, &Camera::isForeign);
-        if (hasForeign || m_options.foreignCameras > 0) {
-            throw SetupError("loopback mode has no foreign subnets; use --mode namespace");
+        const bool needsWire = std::ranges::any_of(m_scenario.cameras, [](const Camera& camera) {
+            return camera.isForeign || camera.ipv6 || !camera.hasIpv4;
+        });
+        if (needsWire || m_options.foreignCameras > 0 || m_options.ipv6 != Ipv6Use::None) {
+            throw SetupError(
+                "loopback mode has neither foreign subnets nor link-local IPv6; use --mode "
+                "namespace");
         }
         MoveInto(subnet, m_scenario.cameras);
         MoveInto(subnet, m_scenario.upnpDevices);
@@ -158,10 +161,18 @@ private:
 
     void Populate(const Subnet& defaultNetwork, std::uint32_t firstHost) {
         m_subnet = m_options.network.value_or(defaultNetwork);
-        m_population =
-            MakePopulation({m_subnet, firstHost, m_options.cameras, m_options.upnpDevices,
-                            m_options.foreignCameras, m_options.seed, m_scenario.cameras,
-                            m_scenario.upnpDevices, m_options.shares});
+        PopulationRequest request;
+        request.network = m_subnet;
+        request.firstHost = firstHost;
+        request.generated = m_options.cameras;
+        request.generatedUpnp = m_options.upnpDevices;
+        request.generatedForeign = m_options.foreignCameras;
+        request.ipv6 = m_options.ipv6;
+        request.seed = m_options.seed;
+        request.named = m_scenario.cameras;
+        request.namedUpnp = m_scenario.upnpDevices;
+        request.shares = m_options.shares;
+        m_population = MakePopulation(request);
         const double loss = m_options.probeLossPercent / 100;
         m_cameras = std::make_unique<Responder>(
             m_population.cameras,

@@ -4,9 +4,15 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <charconv>
 
 namespace lansim {
+namespace {
+
+constexpr std::array<std::uint8_t, 12> kMappedPrefix = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+
+}  // namespace
 
 Ipv4 Subnet::Mask() const {
     return Ipv4{prefixBits == 0 ? 0 : ~std::uint32_t{0} << (32 - prefixBits)};
@@ -24,7 +30,28 @@ bool Subnet::Contains(Ipv4 ip) const {
     return (ip.value & Mask().value) == Network().value;
 }
 
-bool IsFor(const Datagram& datagram, Ipv4 ip, const Mac& mac) {
+Ipv6 LinkLocalOf(const Mac& mac) {
+    constexpr std::uint8_t kUniversalBit = 2;
+    return {{0xFE, 0x80, 0, 0, 0, 0, 0, 0, static_cast<std::uint8_t>(mac[0] ^ kUniversalBit),
+             mac[1], mac[2], 0xFF, 0xFE, mac[3], mac[4], mac[5]}};
+}
+
+bool IpAddress::IsV6() const {
+    return !std::equal(kMappedPrefix.begin(), kMappedPrefix.end(), m_ip.bytes.begin());
+}
+
+Ipv4 IpAddress::V4() const {
+    if (IsV6()) {
+        return {};
+    }
+    std::uint32_t value = 0;
+    for (auto byte = m_ip.bytes.begin() + kMappedPrefix.size(); byte != m_ip.bytes.end(); ++byte) {
+        value = value << 8 | *byte;
+    }
+    return Ipv4{value};
+}
+
+bool IsFor(const Datagram& datagram, const IpAddress& ip, const Mac& mac) {
     return datagram.to.ip == ip && (datagram.toMac == Mac{} || datagram.toMac == mac);
 }
 
@@ -34,6 +61,14 @@ std::optional<Ipv4> ParseIpv4(const std::string& text) {
         return std::nullopt;
     }
     return Ipv4{ntohl(address.s_addr)};
+}
+
+std::optional<Ipv6> ParseIpv6(const std::string& text) {
+    Ipv6 ip;
+    if (inet_pton(AF_INET6, text.c_str(), ip.bytes.data()) != 1) {
+        return std::nullopt;
+    }
+    return ip;
 }
 
 std::optional<Mac> ParseMac(const std::string& text) {
@@ -73,6 +108,16 @@ std::string ToText(Ipv4 ip) {
                        ip.value & 255);
 }
 
+std::string ToText(const Ipv6& ip) {
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    inet_ntop(AF_INET6, ip.bytes.data(), text.data(), text.size());
+    return text.data();
+}
+
+std::string ToText(const IpAddress& ip) {
+    return ip.IsV6() ? ToText(ip.V6()) : ToText(ip.V4());
+}
+
 std::string ToText(const Mac& mac) {
     return fmt::format("{:02X}", fmt::join(mac, ":"));
 }
@@ -85,7 +130,7 @@ sockaddr_in ToSockaddr(const Endpoint& endpoint) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(endpoint.port);
-    address.sin_addr.s_addr = htonl(endpoint.ip.value);
+    address.sin_addr.s_addr = htonl(endpoint.ip.V4().value);
     return address;
 }
 

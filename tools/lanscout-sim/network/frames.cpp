@@ -8,7 +8,8 @@
 #include <tins/rawpdu.h>
 #include <tins/udp.h>
 
-#include <algorithm>
+#include "tools/lanscout-sim/network/frames6.h"
+#include "tools/lanscout-sim/network/tinstypes.h"
 
 #include "tools/lanscout-sim/network/network.h"
 
@@ -18,29 +19,6 @@ namespace {
 constexpr std::size_t kEthernetHeaderBytes = 14;
 constexpr std::size_t kIpHeaderBytes = 20;
 constexpr std::size_t kFragmentUnitBytes = 8;
-
-Tins::IPv4Address ToTins(Ipv4 ip) {
-    return Tins::IPv4Address(htonl(ip.value));
-}
-
-Ipv4 FromTins(const Tins::IPv4Address& ip) {
-    return Ipv4{ntohl(static_cast<std::uint32_t>(ip))};
-}
-
-Tins::HWAddress<6> ToTins(const Mac& mac) {
-    return Tins::HWAddress<6>(mac.data());
-}
-
-Mac FromTins(const Tins::HWAddress<6>& address) {
-    Mac mac{};
-    std::copy(address.begin(), address.end(), mac.begin());
-    return mac;
-}
-
-std::string Bytes(Tins::PDU& pdu) {
-    const auto bytes = pdu.serialize();
-    return {bytes.begin(), bytes.end()};
-}
 
 std::string PayloadOf(const Tins::PDU& pdu) {
     const auto* raw = pdu.find_pdu<Tins::RawPDU>();
@@ -88,13 +66,20 @@ Heard ReadIp(const Tins::EthernetII& ethernet, const Tins::IP& ip, std::string_v
 // What is multicast stays near: two routers for SSDP (UPnP Device Architecture 1.1, 1.1), none for
 // WS-Discovery (SOAP-over-UDP, 3.2).
 std::uint8_t TtlOf(const Endpoint& to) {
-    const bool isMulticast = to.ip.value >> 28 == 14;
+    const bool isMulticast = to.ip.V4().value >> 28 == 14;
     return isMulticast ? (to.port == kSsdpPort ? 2 : 1) : 64;
 }
 
 }  // namespace
 
+Mac GroupMacOf(const Ipv6& group) {
+    return {0x33, 0x33, group.bytes[12], group.bytes[13], group.bytes[14], group.bytes[15]};
+}
+
 Heard ReadFrame(std::string_view frame) try {
+    if (frame.substr(0, kEthernetHeaderBytes).ends_with("\x86\xDD")) {
+        return ReadIpv6Frame(frame);
+    }
     const Tins::EthernetII ethernet(reinterpret_cast<const std::uint8_t*>(frame.data()),
                                     static_cast<std::uint32_t>(frame.size()));
     if (const auto* arp = ethernet.find_pdu<Tins::ARP>()) {
@@ -135,20 +120,28 @@ std::string IpFrame(const Mac& from, const Mac& to, std::string_view packet) {
     return frame;
 }
 
-std::string EchoReplyFrame(const Host& from, const EchoRequest& request) {
+std::string EchoReplyFrame(const Mac& from, const EchoRequest& request) {
+    if (request.from.IsV6()) {
+        return EchoReply6Frame({request.to.V6(), from}, request);
+    }
     Tins::ICMP icmp(Tins::ICMP::ECHO_REPLY);
     icmp.id(request.id);
     icmp.sequence(request.sequence);
-    auto frame = Tins::EthernetII(ToTins(request.fromMac), ToTins(from.mac)) /
-                 Tins::IP(ToTins(request.from), ToTins(from.ip)) / icmp /
+    auto frame = Tins::EthernetII(ToTins(request.fromMac), ToTins(from)) /
+                 Tins::IP(ToTins(request.from.V4()), ToTins(request.to.V4())) / icmp /
                  Tins::RawPDU(request.payload);
     return Bytes(frame);
 }
 
 std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagram& datagram,
                                    std::uint16_t ipId, std::size_t mtu) {
-    auto ip = Tins::IP(ToTins(datagram.to.ip), ToTins(datagram.from.ip)) /
-              Tins::UDP(datagram.to.port, datagram.from.port) / Tins::RawPDU(datagram.payload);
+    if (datagram.from.ip.IsV6()) {
+        return Udp6Frames(from, to, datagram, ipId, mtu);
+    }
+    const auto toIp = ToTins(datagram.to.ip.V4());
+    const auto fromIp = ToTins(datagram.from.ip.V4());
+    auto ip = Tins::IP(toIp, fromIp) / Tins::UDP(datagram.to.port, datagram.from.port) /
+              Tins::RawPDU(datagram.payload);
     ip.id(ipId);
     ip.ttl(TtlOf(datagram.to));
     const std::string packet = Bytes(ip);
@@ -162,7 +155,7 @@ std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagra
     const auto step = (mtu - kIpHeaderBytes) / kFragmentUnitBytes * kFragmentUnitBytes;
     std::vector<std::string> frames;
     for (std::size_t at = 0; at < content.size(); at += step) {
-        Tins::IP part(ToTins(datagram.to.ip), ToTins(datagram.from.ip));
+        Tins::IP part(toIp, fromIp);
         part.id(ipId);
         part.ttl(TtlOf(datagram.to));
         part.protocol(IPPROTO_UDP);

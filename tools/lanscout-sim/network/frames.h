@@ -28,18 +28,26 @@ struct TcpPacket {
     std::string packet;
 };
 
+// IPv6's question for the owner of an address.
+struct NeighbourSolicit {
+    Ipv6 sender;
+    Mac senderMac{};
+    Ipv6 target;
+};
+
 struct EchoRequest {
     Mac fromMac{};
     Mac toMac{};
-    Ipv4 from;
-    Ipv4 to;
+    IpAddress from;
+    IpAddress to;
     std::uint16_t id = 0;
     std::uint16_t sequence = 0;
     std::string payload;
 };
 
 // What a frame from the searcher means to the simulated devices; monostate is anything else.
-using Heard = std::variant<std::monostate, ArpRequest, Datagram, EchoRequest, TcpPacket>;
+using Heard =
+    std::variant<std::monostate, ArpRequest, NeighbourSolicit, Datagram, EchoRequest, TcpPacket>;
 Heard ReadFrame(std::string_view frame);
 
 struct Host {
@@ -56,7 +64,9 @@ struct IpEnds {
 };
 std::optional<IpEnds> EndsOf(std::string_view packet);
 std::string IpFrame(const Mac& from, const Mac& to, std::string_view packet);
-std::string EchoReplyFrame(const Host& from, const EchoRequest& request);
+std::string EchoReplyFrame(const Mac& from, const EchoRequest& request);
+// Where a multicast IPv6 packet goes on Ethernet (RFC 2464, 7).
+Mac GroupMacOf(const Ipv6& group);
 // One frame, or as many IP fragments as the MTU asks for.
 std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagram& datagram,
                                    std::uint16_t ipId, std::size_t mtu = kEthernetMtu);

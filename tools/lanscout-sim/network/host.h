@@ -7,10 +7,10 @@
 
 namespace lansim {
 
-// A camera and a UPnP device may be one host. Several hosts may claim one IP address, each with a
-// MAC address of its own, as two cameras with their factory's setting do.
+// One address of a host. A camera and a UPnP device may be one host. Several hosts may claim one IP
+// address, each with a MAC address of its own, as two cameras with their factory's setting do.
 struct SimulatedHost {
-    Ipv4 ip;
+    IpAddress ip;
     Mac mac{};
     bool answersArp = true;
     bool asksArp = true;

@@ -121,7 +121,7 @@ void LoopbackNetwork::Listen(const Endpoint& at, bool isGroup) {
                         ToText(at.ip), at.port, std::strerror(errno)));
     }
     if (isGroup) {
-        JoinOnLoopback(fd.Get(), at.ip);
+        JoinOnLoopback(fd.Get(), at.ip.V4());
     } else {
         SendMulticastOnLoopback(fd.Get(), at.port);
     }
@@ -177,7 +177,7 @@ void LoopbackNetwork::Record(const Datagram& datagram) {
     if (m_capture == nullptr) {
         return;
     }
-    const auto mac = [&](Ipv4 ip) {
+    const auto mac = [&](const IpAddress& ip) {
         const auto found = m_macs.find(ip);
         return found == m_macs.end() ? Mac{} : found->second;
     };

@@ -31,7 +31,7 @@ private:
     lansim::Descriptor m_ready;
     std::map<Endpoint, lansim::Descriptor> m_sockets;
     std::map<int, Endpoint> m_endpoints;
-    std::map<Ipv4, Mac> m_macs;
+    std::map<IpAddress, Mac> m_macs;
     std::uint16_t m_nextIpId = 1;
 };
 

@@ -2,9 +2,10 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <linux/if_link.h>
 #include <linux/if_tun.h>
+#include <linux/rtnetlink.h>
 #include <net/if.h>
-#include <net/route.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -55,11 +56,6 @@ ifreq RequestFor(const std::string& device) {
     return request;
 }
 
-void PutAddress(sockaddr& target, Ipv4 ip) {
-    const sockaddr_in address = ToSockaddr({ip, 0});
-    std::memcpy(&target, &address, sizeof target);
-}
-
 }  // namespace
 
 Descriptor MakeTunDevice(const std::string& name, TunKind kind) {
@@ -75,42 +71,90 @@ Descriptor MakeTunDevice(const std::string& name, TunKind kind) {
 }
 
 NetDevice::NetDevice(std::string name)
-    : m_name(std::move(name)), m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    if (!m_socket.IsOpen()) {
-        FailWithErrno("cannot open a socket to set up " + m_name);
+    : m_name(std::move(name)), m_index(if_nametoindex(m_name.c_str())) {
+    if (m_index == 0) {
+        FailWithErrno("cannot find the device " + m_name);
     }
 }
 
 void NetDevice::SetAddress(const Subnet& subnet) {
-    auto request = RequestFor(m_name);
-    PutAddress(request.ifr_addr, subnet.address);
-    Do(SIOCSIFADDR, request, "give its address to");
-    PutAddress(request.ifr_addr, subnet.Mask());
-    Do(SIOCSIFNETMASK, request, "give its netmask to");
+    NetlinkMessage message(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE);
+    auto& fields = message.Extra<ifaddrmsg>();
+    fields.ifa_family = AF_INET;
+    fields.ifa_prefixlen = static_cast<unsigned char>(subnet.prefixBits);
+    fields.ifa_index = m_index;
+    message.Put(IFA_LOCAL, htonl(subnet.address.value));
+    message.Put(IFA_ADDRESS, htonl(subnet.address.value));
+    message.Put(IFA_BROADCAST, htonl(subnet.Broadcast().value));
+    Do(message, "give its address to " + m_name);
 }
 
+void NetDevice::LeaveIpv6AddressToMe() {
+    NetlinkMessage message(RTM_NEWLINK, 0);
+    message.Extra<ifinfomsg>().ifi_index = static_cast<int>(m_index);
+    auto* families = mnl_attr_nest_start(message.Header(), IFLA_AF_SPEC);
+    auto* family = mnl_attr_nest_start(message.Header(), AF_INET6);
+    mnl_attr_put_u8(message.Header(), IFLA_INET6_ADDR_GEN_MODE, IN6_ADDR_GEN_MODE_NONE);
+    mnl_attr_nest_end(message.Header(), family);
+    mnl_attr_nest_end(message.Header(), families);
+    Do(message, "take over the IPv6 address of " + m_name);
+}
+
+// Usable at once: nobody else has it, so the second that the kernel takes to ask is not waited for.
+void NetDevice::SetLinkLocalAddress(const Ipv6& address) {
+    constexpr unsigned char kLinkLocalBits = 64;
+    NetlinkMessage message(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE);
+    auto& fields = message.Extra<ifaddrmsg>();
+    fields.ifa_family = AF_INET6;
+    fields.ifa_prefixlen = kLinkLocalBits;
+    fields.ifa_flags = IFA_F_NODAD;
+    fields.ifa_scope = RT_SCOPE_LINK;
+    fields.ifa_index = m_index;
+    message.Put(IFA_ADDRESS, address.bytes);
+    Do(message, "give its IPv6 address to " + m_name);
+}
+
+// By netlink, which root of a user namespace may use; the older ioctl asks for the machine's root.
 void NetDevice::SetQueueLength(int frames) {
-    auto request = RequestFor(m_name);
-    request.ifr_qlen = frames;
-    Do(SIOCSIFTXQLEN, request, "set the queue length of");
+    NetlinkMessage message(RTM_NEWLINK, 0);
+    auto& fields = message.Extra<ifinfomsg>();
+    fields.ifi_index = static_cast<int>(m_index);
+    message.Put(IFLA_TXQLEN, frames);
+    Do(message, "set the queue length of " + m_name);
 }
 
 void NetDevice::SetUp() {
-    auto request = RequestFor(m_name);
-    Do(SIOCGIFFLAGS, request, "read the flags of");
-    request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP | IFF_RUNNING);
-    Do(SIOCSIFFLAGS, request, "bring up");
+    NetlinkMessage message(RTM_NEWLINK, 0);
+    auto& fields = message.Extra<ifinfomsg>();
+    fields.ifi_index = static_cast<int>(m_index);
+    fields.ifi_flags = IFF_UP;
+    fields.ifi_change = IFF_UP;
+    Do(message, "bring up " + m_name);
+}
+
+void NetDevice::AddRoute(const Subnet& destination, const RouteKind& kind,
+                         const std::string& what) {
+    NetlinkMessage message(RTM_NEWROUTE, NLM_F_CREATE | NLM_F_REPLACE);
+    auto& fields = message.Extra<rtmsg>();
+    fields.rtm_family = AF_INET;
+    fields.rtm_dst_len = static_cast<unsigned char>(destination.prefixBits);
+    fields.rtm_table = kind.table;
+    fields.rtm_protocol = RTPROT_STATIC;
+    fields.rtm_scope = kind.scope;
+    fields.rtm_type = kind.type;
+    message.Put(RTA_DST, htonl(destination.Network().value));
+    message.Put(RTA_OIF, m_index);
+    Do(message, what);
 }
 
 void NetDevice::AddRoute(const Subnet& destination) {
-    rtentry route{};
-    PutAddress(route.rt_dst, destination.Network());
-    PutAddress(route.rt_genmask, destination.Mask());
-    route.rt_flags = RTF_UP;
-    route.rt_dev = m_name.data();
-    if (ioctl(m_socket.Get(), SIOCADDRT, &route) != 0) {
-        FailWithErrno(fmt::format("cannot route {} to {}", ToText(destination), m_name));
-    }
+    AddRoute(destination, {RTN_UNICAST, RT_TABLE_MAIN, RT_SCOPE_LINK},
+             fmt::format("route {} to {}", ToText(destination), m_name));
+}
+
+void NetDevice::AddLocalRoute(Ipv4 destination) {
+    AddRoute({destination, 32}, {RTN_LOCAL, RT_TABLE_LOCAL, RT_SCOPE_HOST},
+             "take packets for " + ToText(destination));
 }
 
 void NetDevice::SilenceIpv6() const {
@@ -118,16 +162,19 @@ void NetDevice::SilenceIpv6() const {
 }
 
 Mac NetDevice::HardwareAddress() {
+    const Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     auto request = RequestFor(m_name);
-    Do(SIOCGIFHWADDR, request, "read the MAC of");
+    if (ioctl(fd.Get(), SIOCGIFHWADDR, &request) != 0) {
+        FailWithErrno("cannot read the MAC address of " + m_name);
+    }
     Mac mac{};
     std::memcpy(mac.data(), static_cast<char*>(request.ifr_hwaddr.sa_data), mac.size());
     return mac;
 }
 
-void NetDevice::Do(unsigned long operation, ifreq& request, const char* what) {
-    if (ioctl(m_socket.Get(), operation, &request) != 0) {
-        FailWithErrno(fmt::format("cannot {} {}", what, m_name));
+void NetDevice::Do(NetlinkMessage& message, const std::string& what) {
+    if (!m_netlink.Do(message)) {
+        FailWithErrno("cannot " + what);
     }
 }
 

@@ -5,8 +5,7 @@
 
 #include "tools/lanscout-sim/network/address.h"
 #include "tools/lanscout-sim/network/descriptor.h"
-
-struct ifreq;
+#include "tools/lanscout-sim/network/netlink.h"
 
 namespace lansim {
 
@@ -19,22 +18,33 @@ Descriptor MakeTunDevice(const std::string& name, TunKind kind);
 // Sets up a network device of the current namespace. Everything throws SetupError.
 class NetDevice {
 public:
-    // An alias as eth0:1 gives a device a further address.
     explicit NetDevice(std::string name);
 
     void SetAddress(const Subnet& subnet);
+    // Before the device is up: the kernel gives it no IPv6 address of its own accord.
+    void LeaveIpv6AddressToMe();
+    void SetLinkLocalAddress(const Ipv6& address);
     void SetQueueLength(int frames);
     void SetUp();
     void AddRoute(const Subnet& destination);
+    // Packets to the address are the namespace's own, although no device has it.
+    void AddLocalRoute(Ipv4 destination);
     // Without this the kernel's own IPv6 messages stand between what is watched.
     void SilenceIpv6() const;
     Mac HardwareAddress();
 
 private:
-    void Do(unsigned long operation, ifreq& request, const char* what);
+    struct RouteKind {
+        unsigned char type;
+        unsigned char table;
+        unsigned char scope;
+    };
+    void AddRoute(const Subnet& destination, const RouteKind& kind, const std::string& what);
+    void Do(NetlinkMessage& message, const std::string& what);
 
     std::string m_name;
-    Descriptor m_socket;
+    unsigned m_index;
+    Netlink m_netlink;
 };
 
 }  // namespace lansim

@@ -11,6 +11,8 @@ inline constexpr std::uint16_t kDiscoveryPort = 3702;  // WS-Discovery
 inline constexpr std::uint16_t kSsdpPort = 1900;
 // Both protocols use the same group.
 inline constexpr Ipv4 kMulticastGroup{0xEFFFFFFA};  // 239.255.255.250
+// WS-Discovery's group on one link, ff02::c.
+inline constexpr Ipv6 kMulticastGroup6{{0xFF, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x0C}};
 
 using DatagramHandler = std::function<void(const Datagram&)>;
 

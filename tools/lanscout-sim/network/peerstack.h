@@ -12,10 +12,9 @@
 namespace lansim {
 
 // A TCP/IP stack for the simulated hosts: a second network namespace, reached through a tun
-// device that carries bare IP packets, with every given address on it. What is made while `set
-// up` runs, sockets above all, belongs to that namespace and keeps it alive.
-// Throws SetupError.
-Descriptor MakePeerStack(const Subnet& network, const std::set<Ipv4>& addresses,
-                         const std::function<void()>& setUp);
+// device that carries bare IP packets, which takes every given address for its own. What is made
+// while `set up` runs, sockets above all, belongs to that namespace and keeps it alive. Throws
+// SetupError.
+Descriptor MakePeerStack(const std::set<Ipv4>& addresses, const std::function<void()>& setUp);
 
 }  // namespace lansim

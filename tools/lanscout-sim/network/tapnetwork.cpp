@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 
+#include "tools/lanscout-sim/network/frames6.h"
 #include "tools/lanscout-sim/network/netdevice.h"
 
 namespace lansim {
@@ -55,12 +56,23 @@ TapNetwork::TapNetwork(const std::string& device, const Subnet& searcher,
       m_capture(capture) {
     NetDevice("lo").SetUp();
     NetDevice tap(device);
-    tap.SilenceIpv6();
+    const bool hasIpv6 =
+        std::ranges::any_of(hosts, [](const auto& host) { return host.ip.IsV6(); });
+    if (hasIpv6) {
+        tap.LeaveIpv6AddressToMe();
+    } else {
+        tap.SilenceIpv6();
+    }
     tap.SetAddress(searcher);
     tap.SetQueueLength(kTapQueueFrames);
     tap.SetUp();
     tap.AddRoute(kMulticast);
-    m_peers[searcher.address] = tap.HardwareAddress();
+    const Mac own = tap.HardwareAddress();
+    m_peers[searcher.address] = own;
+    if (hasIpv6) {
+        tap.SetLinkLocalAddress(LinkLocalOf(own));
+        m_peers[LinkLocalOf(own)] = own;
+    }
     for (const auto& host : hosts) {
         m_hosts[host.ip].push_back({host.mac, host.answersArp, host.asksArp, {}});
     }
@@ -101,6 +113,7 @@ void TapNetwork::Handle(std::string_view frame, const DatagramHandler& handler) 
 
 void TapNetwork::HandleWhole(std::string_view frame, const DatagramHandler& handler) {
     std::visit(Overloaded{[](std::monostate) {}, [&](const ArpRequest& heard) { Handle(heard); },
+                          [&](const NeighbourSolicit& heard) { Handle(heard); },
                           [&](const EchoRequest& heard) { Handle(heard); },
                           [&](const TcpPacket& heard) { Handle(heard); },
                           [&](const Datagram& heard) { Handle(heard, handler); }},
@@ -122,10 +135,17 @@ void TapNetwork::Handle(const ArpRequest& request) {
     }
 }
 
+void TapNetwork::Handle(const NeighbourSolicit& question) {
+    const Host* host = Find(question.target, {});
+    m_peers[question.sender] = question.senderMac;
+    if (host != nullptr && host->answersArp) {
+        Write(NeighbourAdvertFrame({question.target, host->mac}, question));
+    }
+}
+
 void TapNetwork::Handle(const EchoRequest& request) {
     const Host* host = Find(request.to, request.toMac);
-    if (host != nullptr &&
-        Write(EchoReplyFrame({request.to, host->mac}, request)) == SendResult::Sent) {
+    if (host != nullptr && Write(EchoReplyFrame(host->mac, request)) == SendResult::Sent) {
         ++m_counts.echoRepliesSent;
     }
 }
@@ -166,7 +186,7 @@ void TapNetwork::Handle(const Datagram& datagram, const DatagramHandler& handler
     handler(datagram);
 }
 
-TapNetwork::Host* TapNetwork::Find(Ipv4 ip, const Mac& mac) {
+TapNetwork::Host* TapNetwork::Find(const IpAddress& ip, const Mac& mac) {
     const auto found = m_hosts.find(ip);
     if (found == m_hosts.end()) {
         return nullptr;
@@ -202,13 +222,14 @@ SendResult TapNetwork::Send(const Datagram& datagram) {
 // A host asks who has the address before it sends to it, and forgets the answer after a while. The
 // question also makes the searcher's kernel learn the host's own MAC, which is why real cameras are
 // found with theirs. The reply follows at once: the frame that carried the Probe told the answer.
-SendResult TapNetwork::AskForMac(Host& host, Ipv4 own, Ipv4 peer) {
+SendResult TapNetwork::AskForMac(Host& host, const IpAddress& own, const IpAddress& peer) {
     const TimePoint now = std::chrono::steady_clock::now();
     const auto asked = host.asked.find(peer);
     if (!host.asksArp || (asked != host.asked.end() && now < asked->second + kArpLifetime)) {
         return SendResult::Sent;
     }
-    const auto sent = Write(ArpRequestFrame({own, host.mac}, peer));
+    const auto sent = Write(own.IsV6() ? NeighbourSolicitFrame({own.V6(), host.mac}, peer.V6())
+                                       : ArpRequestFrame({own.V4(), host.mac}, peer.V4()));
     if (sent == SendResult::Sent) {
         ++m_counts.arpRequestsSent;
         host.asked[peer] = now;

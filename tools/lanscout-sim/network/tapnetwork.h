@@ -29,7 +29,8 @@ struct TapCounts {
 class TapNetwork : public Network {
 public:
     // Makes the tap in the current network namespace, with the searcher's address and the
-    // multicast route. `capture` may be null; it stays the caller's. Throws SetupError.
+    // multicast route, and with a link-local IPv6 address when a host has one. `capture` may be
+    // null; it stays the caller's. Throws SetupError.
     TapNetwork(const std::string& device, const Subnet& searcher,
                const std::vector<SimulatedHost>& hosts, Capture* capture);
 
@@ -47,20 +48,21 @@ private:
         Mac mac{};
         bool answersArp = true;
         bool asksArp = true;
-        std::map<Ipv4, TimePoint> asked;  // whose MAC it has asked for, and when
+        std::map<IpAddress, TimePoint> asked;  // whose MAC it has asked for, and when
     };
 
     void Watch(int fd);
     void Handle(std::string_view frame, const DatagramHandler& handler);
     void HandleWhole(std::string_view frame, const DatagramHandler& handler);
     void Handle(const ArpRequest& request);
+    void Handle(const NeighbourSolicit& question);
     void Handle(const EchoRequest& request);
     void Handle(const TcpPacket& packet);
     void Handle(const Datagram& datagram, const DatagramHandler& handler);
     void PassOn(std::string_view packet);
     // The host at the address that has the MAC address; with no MAC address, the first one there.
-    Host* Find(Ipv4 ip, const Mac& mac);
-    SendResult AskForMac(Host& host, Ipv4 own, Ipv4 peer);
+    Host* Find(const IpAddress& ip, const Mac& mac);
+    SendResult AskForMac(Host& host, const IpAddress& own, const IpAddress& peer);
     SendResult Write(std::string_view frame);
 
     lansim::Descriptor m_ready;
@@ -69,9 +71,9 @@ private:
     Capture* m_capture;
     TapCounts m_counts;
     Reassembly m_reassembly;
-    std::map<Ipv4, std::vector<Host>> m_hosts;
-    std::map<Ipv4, Mac> m_peers;        // whom the hosts have heard
-    std::map<Ipv4, Mac> m_connectedAs;  // which host of a shared address TCP last went to
+    std::map<IpAddress, std::vector<Host>> m_hosts;
+    std::map<IpAddress, Mac> m_peers;        // whom the hosts have heard
+    std::map<IpAddress, Mac> m_connectedAs;  // which host of a shared address TCP last went to
     std::uint16_t m_nextIpId = 1;
 };
 

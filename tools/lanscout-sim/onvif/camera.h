@@ -22,6 +22,8 @@ struct Camera {
     std::string location;
     std::string uuid;
     Ipv4 ip;
+    std::optional<Ipv6> ipv6;  // link-local
+    bool hasIpv4 = true;       // else `ip` is a name for it that no packet has
     Mac mac{};
     std::uint16_t port = 80;
     bool isForeign = false;  // stands in another subnet than the searcher, on the same wire
@@ -44,6 +46,14 @@ struct Camera {
     std::uint32_t messageNumber = 0;
 
     bool Does(Misbehaviour kind) const { return misbehaviours.contains(kind); }
+
+    // Its address of the peer's kind; nothing when it has none.
+    std::optional<IpAddress> AddressTowards(const IpAddress& peer) const {
+        if (peer.IsV6()) {
+            return ipv6;
+        }
+        return hasIpv4 ? std::optional<IpAddress>(ip) : std::nullopt;
+    }
 
     // The types that it has.
     bool SaysTransmitter() const { return isVideoTransmitter && !Does(Misbehaviour::DeviceOnly); }

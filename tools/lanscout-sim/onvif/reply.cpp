@@ -39,9 +39,9 @@ std::string PercentEncode(std::string_view text) {
     return out;
 }
 
-std::string Host(const Camera& camera) {
-    return camera.port == 80 ? ToText(camera.ip)
-                             : fmt::format("{}:{}", ToText(camera.ip), camera.port);
+std::string ServiceAt(const std::string& host, const Camera& camera) {
+    const std::string port = camera.port == 80 ? "" : fmt::format(":{}", camera.port);
+    return fmt::format("http://{}{}{}", host, port, kServicePath);
 }
 
 std::vector<std::string> SaidXAddrs(const Camera& camera) {
@@ -333,7 +333,14 @@ std::vector<std::string> XAddrsOf(const Camera& camera) {
     if (!camera.xaddrs.empty()) {
         return camera.xaddrs;
     }
-    return {fmt::format("http://{}{}", Host(camera), kServicePath)};
+    std::vector<std::string> list;
+    if (camera.hasIpv4) {
+        list.push_back(ServiceAt(ToText(camera.ip), camera));
+    }
+    if (camera.ipv6) {
+        list.push_back(ServiceAt(fmt::format("[{}]", ToText(*camera.ipv6)), camera));
+    }
+    return list;
 }
 
 std::string EndpointOf(const Camera& camera) {

@@ -46,6 +46,9 @@ Responder::Responder(std::vector<Camera>& cameras, const ResponderOptions& optio
     : m_cameras(cameras), m_options(options), m_outbox(outbox) {
     for (std::size_t i = 0; i < cameras.size(); ++i) {
         m_byAddress.emplace(cameras[i].ip, i);
+        if (cameras[i].ipv6) {
+            m_byAddress.emplace(*cameras[i].ipv6, i);
+        }
     }
 }
 
@@ -60,7 +63,7 @@ ProbeOutcome Responder::OnDatagram(const Datagram& datagram, TimePoint now) {
         ++(outcome.probe->kind == RequestKind::Probe ? m_counts.probes : m_counts.resolves);
         const Question question{outcome.probe, datagram.from,
                                 KeyFor(*outcome.probe, datagram.from.ip), now};
-        if (datagram.to.ip == kMulticastGroup) {
+        if (datagram.to.ip == kMulticastGroup || datagram.to.ip == kMulticastGroup6) {
             AskAll(question, outcome);
         } else {
             AskAt(datagram, question, outcome);
@@ -72,12 +75,12 @@ ProbeOutcome Responder::OnDatagram(const Datagram& datagram, TimePoint now) {
     return outcome;
 }
 
-std::uint64_t Responder::KeyFor(const Probe& probe, Ipv4 from) {
+std::uint64_t Responder::KeyFor(const Probe& probe, const IpAddress& from) {
     const std::uint64_t content = KeyOf(ContentOf(probe));
     if (m_timesAsked.size() >= kMostQuestions) {
         m_timesAsked.clear();
     }
-    const auto times = m_timesAsked[content ^ from.value]++;
+    const auto times = m_timesAsked[content ^ KeyOf(ToText(from))]++;
     return Random(content, {times}).Next();
 }
 
@@ -121,12 +124,16 @@ void Responder::AskAt(const Datagram& datagram, const Question& question, ProbeO
 // A Probe that is sent to one device may name that device as well.
 bool Responder::IsAddressedTo(const Probe& probe, const Camera& camera) const {
     return m_options.strictness == Strictness::Lenient || probe.to == kDiscoveryTo ||
-           probe.to == EndpointOf(camera) || probe.to.starts_with("http://" + ToText(camera.ip));
+           probe.to == EndpointOf(camera) || probe.to.starts_with("http://" + ToText(camera.ip)) ||
+           (camera.ipv6 && probe.to.starts_with("http://[" + ToText(*camera.ipv6)));
 }
 
 Responder::Reaction Responder::Ask(std::size_t number, const Question& question) {
     Camera& camera = m_cameras[number];
     const Probe& probe = *question.probe;
+    if (!camera.AddressTowards(question.from.ip)) {
+        return Reaction::IsSilent;
+    }
     if (DrawFor(m_options.seed, camera, question.key, Draw::ProbeLoss)
             .Chance(m_options.probeLoss)) {
         ++m_counts.probesLost;
@@ -151,8 +158,9 @@ void Responder::Reply(Camera& camera, const Question& question) {
     TimePoint due = question.now + (camera.delay ? std::chrono::microseconds(*camera.delay)
                                                  : draw(Draw::Delay).UpTo(m_options.maxDelay));
     Random losses = draw(Draw::ReplyLoss);
+    const auto own = camera.AddressTowards(question.from.ip);
     const auto add = [&](std::function<std::string()> text) {
-        m_outbox.Add(due, {{camera.ip, kDiscoveryPort},
+        m_outbox.Add(due, {{*own, kDiscoveryPort},
                            question.from,
                            std::move(text),
                            &camera.repliesSent,

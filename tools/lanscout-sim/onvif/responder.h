@@ -67,7 +67,7 @@ private:
     };
     enum class Reaction { Answers, IsSilent, HeardBefore };
 
-    std::uint64_t KeyFor(const Probe& probe, Ipv4 from);
+    std::uint64_t KeyFor(const Probe& probe, const IpAddress& from);
     bool IsAddressedTo(const Probe& probe, const Camera& camera) const;
     void AskAll(const Question& question, ProbeOutcome& outcome);
     void AskAt(const Datagram& datagram, const Question& question, ProbeOutcome& outcome);
@@ -81,7 +81,7 @@ private:
     ResponderCounts m_counts;
     RecentMessages m_recent;
     std::map<std::uint64_t, std::uint64_t> m_timesAsked;  // the same thing by the same asker
-    std::multimap<Ipv4, std::size_t> m_byAddress;         // several devices may share one
+    std::multimap<IpAddress, std::size_t> m_byAddress;    // several devices may share one
 };
 
 }  // namespace lansim

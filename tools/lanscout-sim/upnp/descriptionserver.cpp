@@ -145,7 +145,7 @@ UpnpDevice* DescriptionServer::DeviceAt(int connection) const {
     sockaddr_in local{};
     socklen_t size = sizeof local;
     getsockname(connection, reinterpret_cast<sockaddr*>(&local), &size);
-    const auto found = m_devices.find(FromSockaddr(local).ip);
+    const auto found = m_devices.find(FromSockaddr(local).ip.V4());
     return found == m_devices.end() ? nullptr : found->second;
 }
 

@@ -55,12 +55,12 @@ SearchOutcome UpnpResponder::OnDatagram(const Datagram& datagram, TimePoint now)
     return outcome;
 }
 
-std::uint64_t UpnpResponder::KeyFor(const SsdpSearch& search, Ipv4 from) {
+std::uint64_t UpnpResponder::KeyFor(const SsdpSearch& search, const IpAddress& from) {
     const auto content = KeyOf(search.target);
     if (m_timesAsked.size() >= kMostQuestions) {
         m_timesAsked.clear();
     }
-    return Random(content, {m_timesAsked[content ^ from.value]++}).Next();
+    return Random(content, {m_timesAsked[content ^ KeyOf(ToText(from))]++}).Next();
 }
 
 bool UpnpResponder::Ask(UpnpDevice& device, const SsdpSearch& search, std::uint64_t key,

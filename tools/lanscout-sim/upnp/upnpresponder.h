@@ -68,7 +68,7 @@ private:
 
     bool Ask(UpnpDevice& device, const SsdpSearch& search, std::uint64_t key, Endpoint from,
              TimePoint now);
-    std::uint64_t KeyFor(const SsdpSearch& search, Ipv4 from);
+    std::uint64_t KeyFor(const SsdpSearch& search, const IpAddress& from);
     void SayAliveOnce(UpnpDevice& device, TimePoint due, std::uint64_t draw);
     void PlanRefresh(UpnpDevice& device, std::uint64_t number, TimePoint now);
 

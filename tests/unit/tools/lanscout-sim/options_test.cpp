@@ -82,6 +82,14 @@ TEST(SimOptions, NameOfNamespaceOrDeviceMeansNamespaceMode) {
     ExpectRefused({"--tap", "cam0", "--mode", "loopback"}, "--tap: loopback mode has no");
 }
 
+TEST(SimOptions, ForeignAndIpv6CamerasAreCountedAndChosen) {
+    EXPECT_EQ(Good({"--foreign", "3"}).foreignCameras, 3U);
+    EXPECT_EQ(Good({}).ipv6, lansim::Ipv6Use::None);
+    EXPECT_EQ(Good({"--ipv6", "also"}).ipv6, lansim::Ipv6Use::Also);
+    EXPECT_EQ(Good({"--ipv6", "only"}).ipv6, lansim::Ipv6Use::Only);
+    ExpectRefused({"--ipv6", "never"}, "--ipv6");
+}
+
 TEST(SimOptions, WrongUseIsStatusTwoAndExplained) {
     ExpectRefused({"--mode", "moon"}, "--mode");
     ExpectRefused({"--misbehave", "odd=1"}, "\"odd=1\" names no misbehaviour");

@@ -133,6 +133,31 @@ TEST(SimPopulation, ForeignCamerasAreTheLastGeneratedAndOfAnotherSubnet) {
                 ThrowsMessage<SetupError>(HasSubstr("at most 200 cameras")));
 }
 
+TEST(SimPopulation, LinkLocalAddressIsMadeOfTheMac) {
+    auto request = Request(1);
+    EXPECT_FALSE(MakeCameras(request)[0].ipv6);
+    request.ipv6 = lansim::Ipv6Use::Also;
+    const auto both = MakeCameras(request)[0];
+    EXPECT_EQ(lansim::ToText(both.mac), "02:4C:0A:63:00:0A");
+    EXPECT_EQ(lansim::ToText(*both.ipv6), "fe80::4c:aff:fe63:a");
+    EXPECT_TRUE(both.hasIpv4);
+    request.ipv6 = lansim::Ipv6Use::Only;
+    EXPECT_FALSE(MakeCameras(request)[0].hasIpv4);
+}
+
+TEST(SimPopulation, NamedCameraKeepsItsIpv6AndGetsOneWhenItHasNothingElse) {
+    auto request = Request(0);
+    request.ipv6 = lansim::Ipv6Use::Also;  // of the generated ones
+    request.named = {Named("10.99.1.1"), Named("10.99.1.2"), Named("10.99.1.3")};
+    request.named[1].ipv6 = lansim::ParseIpv6("fe80::1");
+    request.named[2].hasIpv4 = false;
+    const auto cameras = MakeCameras(request);
+    EXPECT_FALSE(cameras[0].ipv6);
+    EXPECT_EQ(lansim::ToText(*cameras[1].ipv6), "fe80::1");
+    EXPECT_TRUE(cameras[2].ipv6);
+    EXPECT_FALSE(cameras[2].hasIpv4);
+}
+
 TEST(SimPopulation, NamedCameraIsForeignOnlyWhereItSaysSo) {
     auto request = Request(0);
     request.named = {Named("192.168.77.10")};

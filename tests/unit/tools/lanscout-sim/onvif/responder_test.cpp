@@ -93,6 +93,33 @@ TEST_F(SimResponder, SharedAddressIsAnsweredByTheHostThatWasMeant) {
     EXPECT_EQ(m_network.m_sent[0].fromMac, cameras[1].mac);
 }
 
+TEST_F(SimResponder, Ipv6ProbeIsAnsweredFromTheIpv6Address) {
+    const lansim::IpAddress searcher(*lansim::ParseIpv6("fe80::1"));
+    auto cameras = Cameras(3);
+    cameras[1].ipv6 = lansim::ParseIpv6("fe80::2");
+    cameras[2].ipv6 = lansim::ParseIpv6("fe80::3");
+    cameras[2].hasIpv4 = false;
+    Responder responder(cameras, ResponderOptions{}, m_outbox);
+    responder.OnDatagram({{searcher, 5000}, {lansim::kMulticastGroup6, 3702}, ProbeText()}, kStart);
+    m_outbox.SendDue(kStart + std::chrono::seconds(1), m_network);
+    ASSERT_THAT(m_network.m_sent, SizeIs(2));
+    for (const auto& sent : m_network.m_sent) {
+        EXPECT_TRUE(sent.from.ip == *cameras[1].ipv6 || sent.from.ip == *cameras[2].ipv6);
+        EXPECT_EQ(sent.to, (Endpoint{searcher, 5000}));
+    }
+    EXPECT_EQ(cameras[0].probesSeen, 0U);
+}
+
+TEST_F(SimResponder, CameraWithoutIpv4IsDeafToIt) {
+    auto cameras = Cameras(2);
+    cameras[1].ipv6 = lansim::ParseIpv6("fe80::3");
+    cameras[1].hasIpv4 = false;
+    Responder responder(cameras, ResponderOptions{}, m_outbox);
+    Search(responder);
+    ASSERT_THAT(m_network.m_sent, SizeIs(1));
+    EXPECT_EQ(m_network.m_sent[0].from.ip, cameras[0].ip);
+}
+
 TEST_F(SimResponder, SharedAddressWithoutEthernetIsAnsweredByAll) {
     auto cameras = Cameras(2);
     cameras[1].ip = cameras[0].ip;
@@ -284,7 +311,7 @@ TEST_F(SimResponder, CameraThatLostTheFirstCopyAnswersTheSecond) {
     EXPECT_GT(first, 100U);
     Search(responder);
     EXPECT_GT(m_network.m_sent.size(), first + 50);
-    std::set<Ipv4> answered;
+    std::set<lansim::IpAddress> answered;
     for (const auto& datagram : m_network.m_sent) {
         EXPECT_TRUE(answered.insert(datagram.from.ip).second);
     }
