@@ -29,6 +29,16 @@ Json DeviceToJson(const Device& device) {
     return json;
 }
 
+Json KnownToJson(const Device& device) {
+    Json json = Json::object();
+    for (const Field& field : Fields()) {
+        if (IsKnown(field, device)) {
+            json[field.name] = FieldToJson(field, device);
+        }
+    }
+    return json;
+}
+
 std::optional<Device> DeviceFromJson(const Json& json) {
     if (!json.is_object()) {
         return std::nullopt;

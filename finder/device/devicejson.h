@@ -10,6 +10,9 @@ namespace Lanscout {
 
 Json DeviceToJson(const Device& device);
 
+// The same without what is not known: what DeviceFromJson makes of it is the same device.
+Json KnownToJson(const Device& device);
+
 // Nothing when it is no object or has no usable address; other members that are missing or of
 // another type stay unknown, and members that we do not know are passed over.
 std::optional<Device> DeviceFromJson(const Json& json);

@@ -16,7 +16,7 @@ Json ToJson(const Target& target) {
 }
 
 Json ToJson(const SightingMessage& message) {
-    return {{"device", DeviceToJson(message.sighting.device)},
+    return {{"device", KnownToJson(message.sighting.device)},
             {"source", static_cast<int>(message.sighting.source)},
             {"via", ToJson(message.sighting.via)}};
 }

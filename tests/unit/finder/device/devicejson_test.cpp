@@ -48,6 +48,14 @@ TEST(DeviceJson, WhatIsWrittenIsRead) {
     EXPECT_EQ(DeviceFromJson(Json::parse(DumpLine(DeviceToJson(Full())))), Full());
 }
 
+TEST(DeviceJson, KnownAloneIsReadAsTheSameDevice) {
+    EXPECT_EQ(DeviceFromJson(KnownToJson(Full())), Full());
+    Device device;
+    device.ip = "192.168.1.20";
+    EXPECT_EQ(KnownToJson(device), (Json{{"ip", "192.168.1.20"}}));
+    EXPECT_EQ(DeviceFromJson(KnownToJson(device)), device);
+}
+
 TEST(DeviceJson, UnknownsAreReadAsSuch) {
     Device device;
     device.ip = "192.168.1.20";
