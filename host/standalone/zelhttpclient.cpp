@@ -1,9 +1,11 @@
 #include <arpa/inet.h>
 #include <curl/curl.h>
+#include <pthread.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <exception>
@@ -14,6 +16,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/standalone/httpturns.h"
 #include "host/standalone/ipv4.h"
 #include "host/standalone/seam.h"
 
@@ -23,6 +26,8 @@ namespace {
 // caller, which allocates what the length header says, never allocates more than this.
 constexpr std::size_t kMaxBodyBytes = 1024UL * 1024;
 constexpr std::size_t kMaxHeaderBytes = 64UL * 1024;  // all header lines of an answer together
+
+using Clock = std::chrono::steady_clock;
 
 struct FreeCurl {
     void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
@@ -173,6 +178,61 @@ std::optional<std::size_t> PromisedLength(CURL* curl) {
     return promised;
 }
 
+// Never destroyed: requests may run while the process ends.
+HttpTurns& Turns() {
+    static HttpTurns* const turns = std::make_unique<HttpTurns>().release();
+    return *turns;
+}
+
+[[gnu::constructor]] void LookAfterForks() {
+    pthread_atfork([] { Turns().BeforeFork(); }, [] { Turns().InParent(); },
+                   [] { Turns().InChild(); });
+}
+
+// A turn that was begun, until the end of the scope.
+class Turn {
+public:
+    explicit Turn(in_addr host) : m_host(host) {}
+    ~Turn() { Turns().End(m_host, m_outcome); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    void Note(CURLcode code) {
+        if (code == CURLE_OPERATION_TIMEDOUT) {
+            m_outcome = HttpTurns::Outcome::TimedOut;
+        } else if (code == CURLE_OK || code == CURLE_PARTIAL_FILE) {
+            m_outcome = HttpTurns::Outcome::Answered;
+        }
+    }
+
+private:
+    in_addr m_host;
+    HttpTurns::Outcome m_outcome = HttpTurns::Outcome::Failed;
+};
+
+// Tries to connect twice, half a second each: the kernel repeats a lost request to connect only
+// after a whole one.
+CURLcode Transfer(CURL* curl, Clock::time_point deadline) {
+    constexpr int kAttempts = 2;
+    constexpr long kConnectMs = 500;
+    CURLcode code = CURLE_FAILED_INIT;
+    curl_off_t connected = 0;
+    for (int attempt = 0; attempt < kAttempts && connected == 0; ++attempt) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        // libcurl takes a time of 0 for no limit.
+        if (!Set(curl, CURLOPT_CONNECTTIMEOUT_MS, kConnectMs) ||
+            !Set(curl, CURLOPT_TIMEOUT_MS, std::max(1L, static_cast<long>(left.count())))) {
+            return CURLE_FAILED_INIT;
+        }
+        code = curl_easy_perform(curl);
+        curl_easy_getinfo(curl, CURLINFO_CONNECT_TIME_T, &connected);
+        if (code != CURLE_OPERATION_TIMEDOUT) {
+            break;
+        }
+    }
+    return code;
+}
+
 }  // namespace
 
 struct ZelNet::ZelHttpClient::Impl {
@@ -185,6 +245,7 @@ struct ZelNet::ZelHttpClient::Impl {
 
     bool Fetch(const std::string& contentType);
     bool Perform(CURL* curl, const std::string& url, const std::string& contentType);
+    bool Keep(CURL* curl, bool whole, Answer& answer);
 
     Request m_request;
     std::string m_strBody;
@@ -196,7 +257,6 @@ bool ZelNet::ZelHttpClient::Impl::Fetch(const std::string& contentType) {
     const auto host = ParseIpv4(m_request.strHost);
     const auto path = RequestPath(m_request.strPath);
     const bool portValid = m_request.nPort > 0 && m_request.nPort <= 65535;
-    // libcurl takes a time of 0 for no limit.
     if (!m_request.bSupported || !host || !path || !portValid || m_request.nTimeoutSeconds <= 0 ||
         HasControl(contentType) || !SetUpCurl()) {
         return false;
@@ -212,13 +272,21 @@ bool ZelNet::ZelHttpClient::Impl::Perform(CURL* curl, const std::string& url,
     Answer answer;
     answer.peer.sin_addr = *ParseIpv4(m_request.strHost);
     answer.peer.sin_port = htons(static_cast<std::uint16_t>(m_request.nPort));
+    const auto deadline = Clock::now() + std::chrono::seconds(m_request.nTimeoutSeconds);
     const CurlList headers = RequestHeaders(contentType);
     if (!headers || !Restrict(curl) || !Receive(curl, answer) ||
         !Set(curl, CURLOPT_URL, url.c_str()) || !Set(curl, CURLOPT_HTTPHEADER, headers.get()) ||
-        !Set(curl, CURLOPT_TIMEOUT_MS, 1000L * m_request.nTimeoutSeconds)) {
+        !Turns().Begin(answer.peer.sin_addr)) {
         return false;
     }
-    const CURLcode code = curl_easy_perform(curl);
+    Turn turn(answer.peer.sin_addr);
+    const CURLcode code = Transfer(curl, deadline);
+    turn.Note(code);
+    // Devices promise more than they send: what came before the orderly end is the whole document.
+    return (code == CURLE_OK || code == CURLE_PARTIAL_FILE) && Keep(curl, code == CURLE_OK, answer);
+}
+
+bool ZelNet::ZelHttpClient::Impl::Keep(CURL* curl, bool whole, Answer& answer) {
     long status = 0;
     if (curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status) != CURLE_OK || status != 200) {
         return false;
@@ -228,9 +296,8 @@ bool ZelNet::ZelHttpClient::Impl::Perform(CURL* curl, const std::string& url,
     const bool hasLength =
         HasHeader(curl, "Content-Length") && !HasHeader(curl, "Transfer-Encoding");
     const std::optional<std::size_t> promised = hasLength ? PromisedLength(curl) : std::nullopt;
-    // Devices promise more than they send: what came before the orderly end is the whole document.
-    const bool whole = code == CURLE_OK || (code == CURLE_PARTIAL_FILE && hasLength);
-    if (!whole || (hasLength && (!promised || answer.strBody.size() > *promised))) {
+    const bool fits = promised && answer.strBody.size() <= *promised;
+    if (hasLength ? !fits : !whole) {
         return false;
     }
     m_strBody = std::move(answer.strBody);
