@@ -38,7 +38,7 @@ void SetUpDescriptors(int pipeFd) {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         dup2(null, fd);
     }
-    close_range(kPipeFd + 1, ~0U, 0);
+    close_range(kPipeFd + 1, ~0U, 0);  // null too
 }
 
 [[noreturn]] void RunChild(pid_t parent, int pipeFd, const std::function<void(Sender&)>& body) {
@@ -65,43 +65,40 @@ std::optional<SourceProcess> SourceProcess::Start(const std::function<void(Sende
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         return std::nullopt;
     }
+    Descriptor ours(ends[0]);
+    const Descriptor theirs(ends[1]);
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
-        RunChild(parent, ends[1], body);
+        RunChild(parent, theirs.Fd(), body);
     }
-    close(ends[1]);
     if (pid < 0) {
-        close(ends[0]);
         return std::nullopt;
     }
     setpgid(pid, pid);
-    fcntl(ends[0], F_SETFL, O_NONBLOCK);
-    return SourceProcess(pid, ends[0]);
+    fcntl(ours.Fd(), F_SETFL, O_NONBLOCK);
+    return SourceProcess(pid, std::move(ours));
 }
 
 SourceProcess::SourceProcess(SourceProcess&& other) noexcept
     : m_pid(std::exchange(other.m_pid, -1)),
-      m_fd(std::exchange(other.m_fd, -1)),
+      m_pipe(std::move(other.m_pipe)),
       m_pending(std::move(other.m_pending)) {}
 
 SourceProcess& SourceProcess::operator=(SourceProcess&& other) noexcept {
     std::swap(m_pid, other.m_pid);
-    std::swap(m_fd, other.m_fd);
+    std::swap(m_pipe, other.m_pipe);
     std::swap(m_pending, other.m_pending);
     return *this;
 }
 
 SourceProcess::~SourceProcess() {
     Kill();
-    if (m_fd >= 0) {
-        close(m_fd);
-    }
 }
 
 bool SourceProcess::ReadLines(const std::function<void(std::string_view)>& take) {
     std::array<char, 65536> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled next
-    const ssize_t count = read(m_fd, buffer.data(), buffer.size());
+    const ssize_t count = read(m_pipe.Fd(), buffer.data(), buffer.size());
     if (count < 0) {
         return errno == EAGAIN || errno == EINTR;
     }

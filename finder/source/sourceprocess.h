@@ -8,7 +8,9 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
+#include "finder/machine/descriptor.h"
 #include "finder/source/sender.h"
 
 namespace Lanscout {
@@ -27,7 +29,7 @@ public:
     ~SourceProcess();  // ends the process with all it started
 
     // To be polled for reading.
-    int Fd() const { return m_fd; }
+    int Fd() const { return m_pipe.Fd(); }
 
     // Takes what is there to read, and hands on each whole line; false at the end.
     bool ReadLines(const std::function<void(std::string_view line)>& take);
@@ -43,10 +45,10 @@ public:
     void DrainLines(const std::function<void(std::string_view line)>& take);
 
 private:
-    SourceProcess(pid_t pid, int fd) : m_pid(pid), m_fd(fd) {}
+    SourceProcess(pid_t pid, Descriptor pipe) : m_pid(pid), m_pipe(std::move(pipe)) {}
 
     pid_t m_pid;
-    int m_fd;
+    Descriptor m_pipe;
     std::string m_pending;
 };
 

@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "finder/machine/descriptor.h"
 #include "finder/machine/portowner.h"
 #include "finder/source/description.h"
 #include "utils/upnpsearchbase.h"
@@ -53,19 +54,19 @@ private:
 template <typename Address>
 bool CanBind(int kind, const Address& address, bool shared) {
     const int family = reinterpret_cast<const sockaddr*>(&address)->sa_family;
-    const int fd = socket(family, kind | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    const Descriptor socket(::socket(family, kind | SOCK_CLOEXEC, 0));
+    if (!socket) {
         return family == AF_INET6;  // without IPv6 nobody else has the port there either
     }
     const int yes = 1;
     if (shared) {
-        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        setsockopt(socket.Fd(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     }
     if (family == AF_INET6) {
-        setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof yes);
+        setsockopt(socket.Fd(), IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof yes);
     }
-    const bool can = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    close(fd);
+    const bool can =
+        bind(socket.Fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     return can || (family == AF_INET6 && errno == EADDRNOTAVAIL);
 }
 
