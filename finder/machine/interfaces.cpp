@@ -1,34 +1,32 @@
 #include "finder/machine/interfaces.h"
 
-#include <arpa/inet.h>
 #include <fmt/core.h>
-#include <ifaddrs.h>
-#include <net/if.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
-#include <bit>
-#include <memory>
+#include <array>
+#include <string_view>
+
+#include "finder/text/addresstext.h"
 
 namespace Lanscout {
 namespace {
 
-std::string Dotted(in_addr address) {
-    char text[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &address, static_cast<char*>(text), sizeof text);
-    return static_cast<char*>(text);
-}
+struct NameRule {
+    std::string_view begin;
+    bool whole;
+};
 
-in_addr AddressOf(const sockaddr* address) {
-    return reinterpret_cast<const sockaddr_in*>(address)->sin_addr;
-}
+// How container engines and virtual machines name their bridges and cables.
+constexpr std::array kEngineNames{NameRule{"docker0", true}, NameRule{"br-", false},
+                                  NameRule{"veth", false},   NameRule{"virbr", false},
+                                  NameRule{"cni", false},    NameRule{"podman", false}};
 
-std::string NetworkText(const ifaddrs& entry) {
-    if (entry.ifa_netmask == nullptr) {
-        return {};
-    }
-    const in_addr mask = AddressOf(entry.ifa_netmask);
-    const in_addr network{AddressOf(entry.ifa_addr).s_addr & mask.s_addr};
-    return fmt::format("{}/{}", Dotted(network), std::popcount(mask.s_addr));
+bool IsEngineBridge(const std::string& name) {
+    return std::any_of(kEngineNames.begin(), kEngineNames.end(), [&](const NameRule& rule) {
+        return rule.whole ? name == rule.begin : name.starts_with(rule.begin);
+    });
 }
 
 bool IsUsable(const LocalAddress& local) {
@@ -37,14 +35,13 @@ bool IsUsable(const LocalAddress& local) {
 
 // The addresses of 127.0.0.0/8 are all local, whether or not an interface lists them.
 bool IsLoopbackText(const std::string& address) {
-    in_addr binary{};
-    return inet_pton(AF_INET, address.c_str(), &binary) == 1 && ntohl(binary.s_addr) >> 24 == 127;
+    const auto value = Ipv4Value(address);
+    return value && *value >> 24 == 127;
 }
 
-void Add(Choice& choice, const Target& target) {
-    if (std::find(choice.targets.begin(), choice.targets.end(), target) == choice.targets.end()) {
-        choice.targets.push_back(target);
-    }
+void Notice(Choice& choice, Target target, std::string what, std::string remedy) {
+    choice.problems.push_back(
+        {Problem::Weight::Notice, std::move(target), "", std::move(what), std::move(remedy)});
 }
 
 void Refuse(Choice& choice, Target target, std::string what, std::string remedy = {}) {
@@ -52,14 +49,34 @@ void Refuse(Choice& choice, Target target, std::string what, std::string remedy 
         {Problem::Weight::Error, std::move(target), "", std::move(what), std::move(remedy)});
 }
 
+// Two searches of one address would take its port from each other.
+void Add(Choice& choice, const Target& target) {
+    const auto same =
+        std::find_if(choice.targets.begin(), choice.targets.end(),
+                     [&](const Target& one) { return one.address == target.address; });
+    if (same == choice.targets.end()) {
+        choice.targets.push_back(target);
+    } else if (same->interface != target.interface) {
+        Notice(choice, target,
+               fmt::format("{} has the same address; it is searched once, through {}",
+                           same->interface, same->interface),
+               "Give one of them another address");
+    }
+}
+
 std::string NamesOf(const std::vector<LocalAddress>& local) {
-    std::string names;
+    std::vector<std::string> names;
     for (const LocalAddress& one : local) {
-        if (names.find(one.interface) == std::string::npos) {
-            names += (names.empty() ? "" : ", ") + one.interface;
+        if (std::find(names.begin(), names.end(), one.interface) == names.end()) {
+            names.push_back(one.interface);
         }
     }
-    return names;
+    return fmt::format("{}", fmt::join(names, ", "));
+}
+
+void RefuseDown(Choice& choice, const LocalAddress& local) {
+    Refuse(choice, {local.interface, local.address}, "the interface is down",
+           fmt::format("Bring it up with: ip link set dev {} up", local.interface));
 }
 
 void ChooseInterface(Choice& choice, const std::vector<LocalAddress>& local,
@@ -72,8 +89,7 @@ void ChooseInterface(Choice& choice, const std::vector<LocalAddress>& local,
         }
         known = true;
         if (!one.up) {
-            return Refuse(choice, {name, one.address}, "the interface is down",
-                          fmt::format("Bring it up with: ip link set dev {} up", name));
+            return RefuseDown(choice, one);
         }
         if (!one.address.empty()) {
             Add(choice, {name, one.address});
@@ -95,11 +111,7 @@ void ChooseAddress(Choice& choice, const std::vector<LocalAddress>& local,
         return one.address == address;
     });
     if (found != local.end()) {
-        if (!found->up) {
-            return Refuse(choice, {found->interface, address}, "the interface is down",
-                          fmt::format("Bring it up with: ip link set dev {} up", found->interface));
-        }
-        return Add(choice, {found->interface, address});
+        return found->up ? Add(choice, {found->interface, address}) : RefuseDown(choice, *found);
     }
     if (IsLoopbackText(address)) {
         return Add(choice, {"lo", address});
@@ -108,52 +120,48 @@ void ChooseAddress(Choice& choice, const std::vector<LocalAddress>& local,
            "ip -4 address lists those that there are");
 }
 
-void ChooseUsable(Choice& choice, const std::vector<LocalAddress>& local) {
-    for (const LocalAddress& one : local) {
-        if (IsUsable(one)) {
-            Add(choice, {one.interface, one.address});
-        }
+void TellLeftOut(Choice& choice, const std::vector<LocalAddress>& bridges) {
+    if (!bridges.empty()) {
+        Notice(choice, {},
+               fmt::format("bridges of container engines and virtual machines are left out: {}",
+                           NamesOf(bridges)),
+               fmt::format("To search one, name it, as with: --interface {}",
+                           bridges.front().interface));
     }
+}
+
+void TellBridged(Choice& choice) {
+    Notice(choice, {},
+           "this container is connected by its engine's bridge alone, which multicast does not "
+           "pass, so the devices of the network outside are not found",
+           "Run it on the host's network (with Docker or Podman: --network host), or name the "
+           "addresses to ask, as with: --to 192.168.1.0/24");
+}
+
+void ChooseUsable(Choice& choice, const std::vector<LocalAddress>& local) {
+    std::vector<LocalAddress> bridges;
+    bool onlyBridged = true;
+    for (const LocalAddress& one : local) {
+        if (!IsUsable(one)) {
+            continue;
+        }
+        if (IsEngineBridge(one.interface)) {
+            bridges.push_back(one);
+            continue;
+        }
+        Add(choice, {one.interface, one.address});
+        onlyBridged = onlyBridged && one.bridged;
+    }
+    TellLeftOut(choice, bridges);
     if (choice.targets.empty()) {
         Refuse(choice, {}, "no usable interface: none is up, has an IPv4 address and can multicast",
                "ip -4 address shows what there is; --address names one to search in any case");
+    } else if (onlyBridged) {
+        TellBridged(choice);
     }
 }
 
 }  // namespace
-
-std::vector<LocalAddress> ReadLocalAddresses() {
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0) {
-        return {};
-    }
-    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
-    std::vector<LocalAddress> local;
-    std::vector<LocalAddress> bare;
-    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
-        LocalAddress one;
-        one.interface = entry->ifa_name;
-        one.up = (entry->ifa_flags & IFF_UP) != 0;
-        one.loopback = (entry->ifa_flags & IFF_LOOPBACK) != 0;
-        one.multicast = (entry->ifa_flags & IFF_MULTICAST) != 0;
-        if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET) {
-            one.address = Dotted(AddressOf(entry->ifa_addr));
-            one.network = NetworkText(*entry);
-            local.push_back(one);
-        } else {
-            bare.push_back(one);
-        }
-    }
-    for (const LocalAddress& one : bare) {
-        const bool listed = std::any_of(local.begin(), local.end(), [&](const LocalAddress& other) {
-            return other.interface == one.interface;
-        });
-        if (!listed) {
-            local.push_back(one);
-        }
-    }
-    return local;
-}
 
 Choice ChooseTargets(const std::vector<LocalAddress>& local,
                      const std::vector<std::string>& interfaces,

@@ -5,6 +5,7 @@
 using namespace Lanscout;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 namespace {
 
@@ -86,6 +87,86 @@ TEST(ChooseTargets, NothingUsableIsSaid) {
                 HasSubstr("no usable interface"));
 }
 
+TEST(ChooseTargets, EveryNameIsListedThoughAnotherHoldsIt) {
+    EXPECT_THAT(OnlyProblem(ChooseTargets({{"veth0", "", "", true, false, true},
+                                           {"eth0", "", "", true, false, true},
+                                           {"eth0", "", "", true, false, true}},
+                                          {"eth9"}, {})),
+                HasSubstr("This machine has: veth0, eth0"));
+}
+
+TEST(ChooseTargets, BridgesOfContainerEnginesAreLeftOutInOneLine) {
+    std::vector<LocalAddress> local{kMachine[1]};
+    for (const char* name : {"docker0", "br-0a1b2c", "veth12", "virbr0", "cni0", "podman1"}) {
+        local.push_back({name, std::string("172.17.0.") + name, "", true, false, true});
+    }
+    const Choice choice = ChooseTargets(local, {}, {});
+    EXPECT_THAT(choice.targets, ElementsAre(Target{"eth0", "192.168.1.2"}));
+    ASSERT_EQ(choice.problems.size(), 1U);
+    EXPECT_EQ(choice.problems[0].weight, Problem::Weight::Notice);
+    EXPECT_EQ(ProblemText(choice.problems[0]),
+              "lanscout: bridges of container engines and virtual machines are left out: docker0, "
+              "br-0a1b2c, veth12, virbr0, cni0, podman1. To search one, name it, as with: "
+              "--interface docker0");
+}
+
+TEST(ChooseTargets, NamesThatOnlyResembleAreSearched) {
+    std::vector<LocalAddress> local;
+    for (const char* name : {"docker0x", "br0", "bridge", "eveth0", "vir0"}) {
+        local.push_back({name, name, "", true, false, true});
+    }
+    const Choice choice = ChooseTargets(local, {}, {});
+    EXPECT_EQ(choice.targets.size(), local.size());
+    EXPECT_THAT(choice.problems, IsEmpty());
+}
+
+TEST(ChooseTargets, BridgeThatIsNotUsableIsNotSpokenOf) {
+    const Choice choice = ChooseTargets(
+        {kMachine[1], {"docker0", "172.17.0.1", "172.17.0.0/16", false, false, true}}, {}, {});
+    EXPECT_THAT(choice.problems, IsEmpty());
+}
+
+TEST(ChooseTargets, NamedBridgeIsSearched) {
+    const std::vector<LocalAddress> local{
+        {"docker0", "172.17.0.1", "172.17.0.0/16", true, false, true}};
+    EXPECT_THAT(ChooseTargets(local, {"docker0"}, {}).targets,
+                ElementsAre(Target{"docker0", "172.17.0.1"}));
+    EXPECT_THAT(ChooseTargets(local, {}, {"172.17.0.1"}).targets,
+                ElementsAre(Target{"docker0", "172.17.0.1"}));
+}
+
+TEST(ChooseTargets, BridgesAloneAreNothingUsable) {
+    const Choice choice =
+        ChooseTargets({{"docker0", "172.17.0.1", "172.17.0.0/16", true, false, true}}, {}, {});
+    ASSERT_EQ(choice.problems.size(), 2U);
+    EXPECT_THAT(ProblemText(choice.problems[0]), HasSubstr("--interface docker0"));
+    EXPECT_THAT(ProblemText(choice.problems[1]), HasSubstr("no usable interface"));
+}
+
+TEST(ChooseTargets, ContainerBehindABridgeIsToldBothWaysOut) {
+    LocalAddress bridged{"eth0", "172.17.0.2", "172.17.0.0/16", true, false, true};
+    bridged.bridged = true;
+    const Choice choice = ChooseTargets({kMachine[0], bridged}, {}, {});
+    EXPECT_EQ(choice.targets.size(), 1U);
+    ASSERT_EQ(choice.problems.size(), 1U);
+    EXPECT_EQ(choice.problems[0].weight, Problem::Weight::Notice);
+    EXPECT_THAT(ProblemText(choice.problems[0]), HasSubstr("--network host"));
+    EXPECT_THAT(ProblemText(choice.problems[0]), HasSubstr("--to 192.168.1.0/24"));
+    EXPECT_THAT(ChooseTargets({bridged, kMachine[4]}, {}, {}).problems, IsEmpty());
+}
+
+TEST(ChooseTargets, AddressOnTwoInterfacesIsSearchedOnceAndSaid) {
+    const Choice choice = ChooseTargets({{"eth0", "10.0.0.2", "10.0.0.0/8", true, false, true},
+                                         {"wlan0", "10.0.0.2", "10.0.0.0/8", true, false, true}},
+                                        {}, {});
+    EXPECT_THAT(choice.targets, ElementsAre(Target{"eth0", "10.0.0.2"}));
+    ASSERT_EQ(choice.problems.size(), 1U);
+    EXPECT_EQ(choice.problems[0].weight, Problem::Weight::Notice);
+    EXPECT_EQ(ProblemText(choice.problems[0]),
+              "lanscout: wlan0 (10.0.0.2): eth0 has the same address; it is searched once, through "
+              "eth0. Give one of them another address");
+}
+
 TEST(ReadLocalAddresses, LoopbackOfThisMachineIsAmongThem) {
     const auto local = ReadLocalAddresses();
     const auto found = std::find_if(local.begin(), local.end(), [](const LocalAddress& one) {
@@ -94,4 +175,5 @@ TEST(ReadLocalAddresses, LoopbackOfThisMachineIsAmongThem) {
     ASSERT_NE(found, local.end());
     EXPECT_TRUE(found->loopback && found->up);
     EXPECT_EQ(found->network, "127.0.0.0/8");
+    EXPECT_EQ(found->prefixBits, 8);
 }
