@@ -48,12 +48,6 @@ const char* ProtocolName(Work work) {
     return "";
 }
 
-// The lists of makers are read once in the life of the process.
-std::string MakerOfMac(const std::string& mac) {
-    static MacMakers makers;
-    return makers.MakerOf(mac);
-}
-
 struct Running {
     SourceProcess process;
     const Source* source;
@@ -100,7 +94,7 @@ private:
     std::deque<std::pair<const Source*, Job>> m_waiting;
     std::size_t m_upnpJobs = 0;
     std::vector<Running> m_running;
-    Inventory m_inventory{[](const std::string& mac) { return MakerOfMac(mac); }};
+    Inventory m_inventory{[](const std::string& mac) { return SharedMacMakers().MakerOf(mac); }};
     std::set<AddressConflict> m_toldConflicts;
     bool m_full = false;
     bool m_stopped = false;

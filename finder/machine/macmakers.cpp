@@ -1,22 +1,36 @@
 #include "finder/machine/macmakers.h"
 
-#include <algorithm>
-#include <cctype>
-#include <fstream>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <utility>
+
+#include "finder/machine/descriptor.h"
 #include "finder/text/safetext.h"
 
 namespace Lanscout {
 namespace {
 
 constexpr std::size_t kMacDigits = 12;
-constexpr std::size_t kBlockDigits = 6;   // assigned in blocks of 2^24 addresses ...
-constexpr std::size_t kMediumDigits = 7;  // ... 2^20 ...
-constexpr std::size_t kSmallDigits = 9;   // ... and 2^12
-constexpr char kBase16[] = "(base 16)";
-constexpr char kHex[] = "(hex)";
+constexpr std::string_view kBase16 = "(base 16)";
+constexpr std::string_view kHex = "(hex)";
 
-std::string HexDigits(const std::string& text) {
+struct List {
+    const char* file;
+    std::size_t prefixDigits;
+};
+
+// In blocks of 2^12 addresses, of 2^20 and of 2^24. The smaller ones come first: they were cut out
+// of larger ones, which the registry keeps for itself.
+constexpr std::size_t kBlockDigits = 6;
+constexpr std::array kLists{List{"oui36.txt", 9}, List{"mam.txt", 7},
+                            List{"oui.txt", kBlockDigits}};
+
+std::string HexDigits(std::string_view text) {
     std::string digits;
     for (const char byte : text) {
         const auto c = static_cast<unsigned char>(byte);
@@ -31,27 +45,61 @@ std::string HexDigits(const std::string& text) {
 
 // Second-lowest bit of the first byte: administered locally.
 bool IsChosenBySoftware(const std::string& digits) {
-    return std::string("2367ABEF").find(digits[1]) != std::string::npos;
-}
-
-std::string NameBehind(const std::string& line, std::size_t at) {
-    return at < line.size() ? ToKeptText(line.substr(at)) : std::string();
+    return std::string_view("2367ABEF").find(digits[1]) != std::string_view::npos;
 }
 
 }  // namespace
 
+MappedFile::MappedFile(const std::filesystem::path& path) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status {};
+    if (!file || fstat(file.Fd(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size == 0) {
+        return;
+    }
+    const auto size = static_cast<std::size_t>(status.st_size);
+    void* const bytes = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.Fd(), 0);
+    if (bytes != MAP_FAILED) {  // NOLINT(performance-no-int-to-ptr): the system's own macro
+        m_text = {static_cast<const char*>(bytes), size};
+    }
+}
+
+MappedFile::MappedFile(MappedFile&& other) noexcept : m_text(std::exchange(other.m_text, {})) {}
+
+MappedFile::~MappedFile() {
+    if (!m_text.empty()) {
+        munmap(const_cast<char*>(m_text.data()), m_text.size());
+    }
+}
+
+void MacMakers::Open() {
+    if (std::exchange(m_open, true)) {
+        return;
+    }
+    sd_hwdb* database = nullptr;
+    if (sd_hwdb_new(&database) >= 0) {
+        m_database.reset(database);
+        return;
+    }
+    for (const List& list : kLists) {
+        m_lists.emplace_back(m_folder / list.file);
+    }
+}
+
 // Each assignment takes two lines that matter, the second one within a block for the smaller sizes:
 //   74-1A-E0   (hex)             NAME
 //   900000-9FFFFF     (base 16)  NAME
-void MacMakers::Read(const char* file, std::size_t prefixDigits) {
-    std::ifstream list(m_folder / file);
+void MacMakers::ReadList(std::string_view list, std::size_t prefixDigits) {
     std::string block;
-    for (std::string line; std::getline(list, line);) {
-        if (const auto hex = line.find(kHex); hex != std::string::npos) {
+    while (!list.empty()) {
+        const std::string_view line = list.substr(0, list.find('\n'));
+        list.remove_prefix(std::min(line.size() + 1, list.size()));
+        if (line.find(kHex) != std::string_view::npos) {
             block = HexDigits(line);
+            continue;
         }
         const auto base16 = line.find(kBase16);
-        if (base16 == std::string::npos) {
+        if (base16 == std::string_view::npos) {
             continue;
         }
         std::string prefix = HexDigits(line);
@@ -59,9 +107,37 @@ void MacMakers::Read(const char* file, std::size_t prefixDigits) {
             prefix.insert(0, block).resize(std::min(prefix.size(), prefixDigits));
         }
         if (prefix.size() == prefixDigits) {
-            m_makers.try_emplace(prefix, NameBehind(line, base16 + sizeof kBase16 - 1));
+            m_makers.try_emplace(prefix, line.substr(base16 + kBase16.size()));
         }
     }
+}
+
+void MacMakers::ReadLists() {
+    if (std::exchange(m_read, true)) {
+        return;
+    }
+    for (std::size_t i = 0; i < m_lists.size(); ++i) {
+        ReadList(m_lists[i].Text(), kLists[i].prefixDigits);
+    }
+}
+
+std::string MacMakers::FromDatabase(const std::string& digits) {
+    const char* maker = nullptr;
+    const std::string name = "OUI:" + digits;
+    const bool known =
+        sd_hwdb_get(m_database.get(), name.c_str(), "ID_OUI_FROM_DATABASE", &maker) >= 0;
+    return known && maker != nullptr ? ToKeptText(maker) : std::string();
+}
+
+std::string MacMakers::FromLists(const std::string& digits) {
+    ReadLists();
+    for (const List& list : kLists) {
+        const auto found = m_makers.find(digits.substr(0, list.prefixDigits));
+        if (found != m_makers.end()) {
+            return ToKeptText(found->second);
+        }
+    }
+    return {};
 }
 
 std::string MacMakers::MakerOf(const std::string& mac) {
@@ -69,19 +145,13 @@ std::string MacMakers::MakerOf(const std::string& mac) {
     if (digits.size() != kMacDigits || IsChosenBySoftware(digits)) {
         return {};
     }
-    if (!m_read) {
-        m_read = true;
-        Read("oui36.txt", kSmallDigits);
-        Read("mam.txt", kMediumDigits);
-        Read("oui.txt", kBlockDigits);
-    }
-    for (const std::size_t length : {kSmallDigits, kMediumDigits, kBlockDigits}) {
-        const auto found = m_makers.find(digits.substr(0, length));
-        if (found != m_makers.end()) {
-            return found->second;
-        }
-    }
-    return {};
+    Open();
+    return m_database ? FromDatabase(digits) : FromLists(digits);
+}
+
+MacMakers& SharedMacMakers() {
+    static MacMakers makers;
+    return makers;
 }
 
 }  // namespace Lanscout

@@ -2,68 +2,109 @@
 
 #include <arpa/inet.h>
 #include <fmt/core.h>
+#include <linux/inet_diag.h>
+#include <linux/sock_diag.h>
+#include <netinet/in.h>
 #include <pwd.h>
 
-#include <algorithm>
+#include <array>
 #include <charconv>
+#include <cstring>
 #include <fstream>
-#include <sstream>
 #include <system_error>
+
+#include "finder/machine/netlink.h"
+#include "finder/text/safetext.h"
 
 namespace Lanscout {
 namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::size_t kRequestBytes = 256;
+constexpr std::uint32_t kEveryState = ~std::uint32_t{0};
+
 struct SocketEntry {
     unsigned int uid = 0;
-    std::string inode;
+    unsigned int inode = 0;
 };
 
-// The kernel writes the address as the hexadecimal value of its bytes in host order.
-std::string Ipv4Hex(const std::string& address) {
-    in_addr binary{};
-    inet_pton(AF_INET, address.c_str(), &binary);
-    return fmt::format("{:08X}", binary.s_addr);
+// What a bind is for, or what a socket has; IPv4 addresses as IPv6 writes them (RFC 4291, 2.5.5.2).
+in6_addr Mapped(std::uint32_t address) {
+    in6_addr mapped{};
+    mapped.s6_addr[10] = 0xFF;
+    mapped.s6_addr[11] = 0xFF;
+    std::memcpy(&mapped.s6_addr[12], &address, sizeof address);
+    return mapped;
 }
 
-bool IsWildcard(const std::string& hex) {
-    return std::all_of(hex.begin(), hex.end(), [](char c) { return c == '0'; });
+bool IsWildcard(const in6_addr& address) {
+    return IN6_IS_ADDR_UNSPECIFIED(&address) ||
+           (IN6_IS_ADDR_V4MAPPED(&address) && address.s6_addr32[3] == 0);
 }
 
-bool Holds(const std::string& local, const std::string& address, const std::string& port) {
-    const auto colon = local.find(':');
-    if (colon == std::string::npos || local.substr(colon + 1) != port) {
+// The address that the socket has.
+in6_addr AddressOf(const inet_diag_msg& socket) {
+    if (socket.idiag_family == AF_INET) {
+        return Mapped(socket.id.idiag_src[0]);
+    }
+    in6_addr address{};
+    std::memcpy(&address, socket.id.idiag_src, sizeof address);
+    return address;
+}
+
+bool IsForIpv6Only(const nlmsghdr& message) {
+    bool only = false;
+    ForEachAttribute(message, sizeof(inet_diag_msg), [&](int type, auto bytes) {
+        only = only || (type == INET_DIAG_SKV6ONLY && !bytes.empty() && bytes[0] != 0);
+    });
+    return only;
+}
+
+bool IsInTheWay(const nlmsghdr& message, const in6_addr& wanted, std::uint16_t port) {
+    const auto* const socket = static_cast<const inet_diag_msg*>(mnl_nlmsg_get_payload(&message));
+    if (ntohs(socket->id.idiag_sport) != port) {
         return false;
     }
-    const std::string host = local.substr(0, colon);
-    return host == address || IsWildcard(host) || IsWildcard(address);
+    const in6_addr address = AddressOf(*socket);
+    const bool samePlace = IN6_ARE_ADDR_EQUAL(&address, &wanted) || IsWildcard(address) ||
+                           (IsWildcard(wanted) && IN6_IS_ADDR_V4MAPPED(&address));
+    return samePlace && (socket->idiag_family == AF_INET || !IsForIpv6Only(message));
 }
 
-std::optional<SocketEntry> FindSocket(const fs::path& table, const std::string& address,
-                                      const std::string& port) {
-    std::ifstream file(table);
-    std::string line;
-    std::getline(file, line);
-    while (std::getline(file, line)) {
-        std::istringstream fields(line);
-        std::string slot, local, remote, state, queues, timer, retransmits, timeout;
-        SocketEntry entry;
-        fields >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> entry.uid >>
-            timeout >> entry.inode;
-        if (fields && Holds(local, address, port)) {
-            return entry;
-        }
+std::optional<SocketEntry> FindSocket(int family, const in6_addr& wanted, std::uint16_t port) {
+    alignas(nlmsghdr) std::array<char, kRequestBytes> buffer{};
+    nlmsghdr* const request = mnl_nlmsg_put_header(buffer.data());
+    request->nlmsg_type = SOCK_DIAG_BY_FAMILY;
+    request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    auto* const body = static_cast<inet_diag_req_v2*>(
+        mnl_nlmsg_put_extra_header(request, sizeof(inet_diag_req_v2)));
+    body->sdiag_family = static_cast<unsigned char>(family);
+    body->sdiag_protocol = IPPROTO_UDP;
+    body->idiag_states = kEveryState;
+    std::optional<SocketEntry> found;
+    try {
+        Netlink(NETLINK_SOCK_DIAG).Ask(*request, [&](const nlmsghdr& message) {
+            if (!found && mnl_nlmsg_get_payload_len(&message) >= sizeof(inet_diag_msg) &&
+                IsInTheWay(message, wanted, port)) {
+                const auto* const socket =
+                    static_cast<const inet_diag_msg*>(mnl_nlmsg_get_payload(&message));
+                found = SocketEntry{socket->idiag_uid, socket->idiag_inode};
+            }
+        });
+    } catch (const std::system_error&) {
+        return std::nullopt;  // a kernel without it
     }
-    return std::nullopt;
+    return found;
 }
 
-bool HoldsInode(const fs::path& process, const std::string& inode) {
+bool HoldsInode(const fs::path& process, unsigned int inode) {
+    const std::string link = fmt::format("socket:[{}]", inode);
     std::error_code error;
     for (fs::directory_iterator entry(process / "fd", error), end; !error && entry != end;
          entry.increment(error)) {
         std::error_code unreadable;
-        if (fs::read_symlink(entry->path(), unreadable) == "socket:[" + inode + "]") {
+        if (fs::read_symlink(entry->path(), unreadable) == link) {
             return true;
         }
     }
@@ -77,7 +118,7 @@ int ProcessNumber(const fs::path& folder) {
     return error == std::errc() && end == name.data() + name.size() ? pid : 0;
 }
 
-void FindProcess(const fs::path& proc, const std::string& inode, PortOwner& owner) {
+void FindProcess(const fs::path& proc, unsigned int inode, PortOwner& owner) {
     std::error_code error;
     for (fs::directory_iterator entry(proc, error), end; !error && entry != end;
          entry.increment(error)) {
@@ -86,6 +127,7 @@ void FindProcess(const fs::path& proc, const std::string& inode, PortOwner& owne
             owner.pid = pid;
             std::ifstream name(entry->path() / "comm");
             std::getline(name, owner.name);
+            owner.name = ToKeptText(owner.name);
             return;
         }
     }
@@ -100,10 +142,12 @@ std::string UserName(unsigned int uid) {
 
 std::optional<PortOwner> FindUdpPortOwner(const std::string& address, std::uint16_t port,
                                           const fs::path& proc) {
-    const std::string portHex = fmt::format("{:04X}", port);
-    std::optional<SocketEntry> socket = FindSocket(proc / "net/udp", Ipv4Hex(address), portHex);
+    in_addr binary{};
+    inet_pton(AF_INET, address.c_str(), &binary);
+    const in6_addr wanted = Mapped(binary.s_addr);
+    std::optional<SocketEntry> socket = FindSocket(AF_INET, wanted, port);
     if (!socket) {
-        socket = FindSocket(proc / "net/udp6", "-", portHex);
+        socket = FindSocket(AF_INET6, wanted, port);
     }
     if (!socket) {
         return std::nullopt;

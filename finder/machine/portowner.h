@@ -1,4 +1,4 @@
-// Which process holds a UDP port, as far as /proc tells.
+// Which process holds a UDP port, as far as the kernel tells this user.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,8 @@ struct PortOwner {
 };
 
 // The process that keeps `address` (dotted-decimal) and `port` from being bound: by that address or
-// by the wildcard one, of IPv4 or IPv6. Nothing when no socket does.
+// by the wildcard one, of IPv4 or IPv6. Nothing when no socket does. The kernel names the socket
+// (sock_diag), and the folder of processes tells whose it is.
 std::optional<PortOwner> FindUdpPortOwner(const std::string& address, std::uint16_t port,
                                           const std::filesystem::path& proc = "/proc");
 

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "finder/source/camerasearch.h"
+#include "finder/source/neighbours.h"
 #include "finder/source/source.h"
 #include "finder/source/upnpsearch.h"
 
@@ -17,6 +18,10 @@ bool WantsUpnp(const Request& request) {
     return request.upnp;
 }
 
+bool Wants(const Request& /*request*/) {
+    return true;
+}
+
 constexpr bool kEachTarget = true;
 constexpr bool kOneProcess = false;
 
@@ -24,6 +29,7 @@ constexpr std::array kSources{
     Source{SourceId::CameraSearch, "camerasearch", Work::Onvif, kOneProcess, &WantsOnvif,
            &RunCameraSearch},
     Source{SourceId::UpnpSearch, "upnpsearch", Work::Upnp, kEachTarget, &WantsUpnp, &RunUpnpSearch},
+    Source{SourceId::Neighbours, "neighbours", Work::Macs, kOneProcess, &Wants, &RunNeighbours},
 };
 
 }  // namespace

@@ -87,3 +87,12 @@ set(UPNP_CALLS UpnpInit UpnpInit2 UpnpRegisterClient UpnpSearchAsync UpnpUnRegis
 add_library(upnp_fake STATIC support/upnpfake.cpp)
 lanscout_compile(upnp_fake)
 target_link_libraries(upnp_fake PUBLIC PkgConfig::LIBUPNP)
+
+# A kernel that answers netlink requests as the test says (fakenetlink.h).
+if(LANSCOUT_TOOLS)
+  add_library(fake_netlink STATIC support/fakenetlink.cpp)
+  lanscout_compile(fake_netlink)
+  target_link_libraries(fake_netlink PUBLIC PkgConfig::LIBMNL)
+  set(fake_netlink_wrap mnl_socket_open2 mnl_socket_bind mnl_socket_close mnl_socket_get_fd
+    mnl_socket_sendto mnl_socket_recvfrom)
+endif()

@@ -2,11 +2,32 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <map>
+
 #include "tests/unit/support/scratchfolder.h"
 
 using namespace Lanscout;
 
 namespace {
+
+// The hardware database: what it knows, by name, or none.
+std::map<std::string, std::string> knownNames;
+bool hasDatabase = false;
+int databases = 0;
+std::string askedProperty;
+
+struct Database {
+    Database() {
+        knownNames.clear();
+        hasDatabase = true;
+        databases = 0;
+    }
+    Database(const char* name, const char* maker) : Database() { knownNames[name] = maker; }
+    ~Database() { hasDatabase = false; }
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+};
 
 void WriteLists(const ScratchFolder& folder) {
     folder.Write("oui.txt",
@@ -23,6 +44,81 @@ void WriteLists(const ScratchFolder& folder) {
 }
 
 }  // namespace
+
+extern "C" {
+
+int __wrap_sd_hwdb_new(sd_hwdb** result) {
+    if (!hasDatabase) {
+        return -ENOENT;
+    }
+    ++databases;
+    *result = reinterpret_cast<sd_hwdb*>(&hasDatabase);
+    return 0;
+}
+
+sd_hwdb* __wrap_sd_hwdb_unref(sd_hwdb* /*database*/) {
+    --databases;
+    return nullptr;
+}
+
+int __wrap_sd_hwdb_get(sd_hwdb* /*database*/, const char* name, const char* property,
+                       const char** value) {
+    askedProperty = property;
+    const auto found = knownNames.find(name);
+    if (found == knownNames.end()) {
+        return -ENOENT;
+    }
+    *value = found->second.c_str();
+    return 0;
+}
+}
+
+TEST(MacMakers, HardwareDatabaseIsAskedForTheWholeAddress) {
+    const Database database("OUI:001BFF010203", "Big \xFF Maker");
+    EXPECT_EQ(MacMakers("/none").MakerOf("00:1b:ff:01:02:03"), "Big \uFFFD Maker");
+    EXPECT_EQ(askedProperty, "ID_OUI_FROM_DATABASE");
+    EXPECT_EQ(databases, 0);
+}
+
+TEST(MacMakers, ListsAreForMachinesWithoutADatabase) {
+    const ScratchFolder folder;
+    WriteLists(folder);
+    const Database database;
+    EXPECT_EQ(MacMakers(folder.Path()).MakerOf("00:1B:FF:01:02:03"), "");
+}
+
+TEST(MacMakers, DatabaseIsOpenedOnce) {
+    const Database database("OUI:001BFF010203", "Big Maker");
+    MacMakers makers("/none");
+    makers.Open();
+    makers.MakerOf("00:1B:FF:01:02:03");
+    makers.MakerOf("00:1B:FF:01:02:04");
+    EXPECT_EQ(databases, 1);
+}
+
+TEST(MacMakers, ListsAreReadOnceAndNotBeforeTheFirstQuestion) {
+    const ScratchFolder folder;
+    WriteLists(folder);
+    MacMakers makers(folder.Path());
+    folder.Write("oui.txt", "00-1B-FF   (hex)\tLater\n001BFF     (base 16)\tLater\n");
+    EXPECT_EQ(makers.MakerOf("00:1B:FF:01:02:03"), "Later");
+    folder.Write("oui.txt.new", "00-1B-FF   (hex)\tLast\n001BFF     (base 16)\tLast\n");
+    std::filesystem::rename(folder.Path() / "oui.txt.new", folder.Path() / "oui.txt");
+    EXPECT_EQ(makers.MakerOf("00:1B:FF:01:02:03"), "Later");
+}
+
+TEST(MacMakers, WhatIsOpenIsReadAfterTheFilesAreGone) {
+    const ScratchFolder folder;
+    WriteLists(folder);
+    MacMakers makers(folder.Path());
+    makers.Open();
+    std::filesystem::remove(folder.Path() / "oui.txt");
+    EXPECT_EQ(makers.MakerOf("00:1B:FF:01:02:03"), "Big Maker, Inc.");
+}
+
+TEST(MacMakers, ProcessHasOne) {
+    EXPECT_EQ(&SharedMacMakers(), &SharedMacMakers());
+}
 
 TEST(MacMakers, BlockIsFound) {
     const ScratchFolder folder;

@@ -140,11 +140,16 @@ TEST_F(PortOwnerTest, NobodyIsFoundWhereTheKernelCannotTell) {
 
 TEST_F(PortOwnerTest, ProcessNamesAreMadeValidText) {
     const ScratchFolder proc;
-    AddProcess(proc, "5", "\xFF" "bad", "4713");
+    AddProcess(proc, "5",
+               "\xFF"
+               "bad",
+               "4713");
     auto& kernel = FakeNetlink::Current();
     kernel.onRequest = [&] {
         kernel.datagrams.push_back(Message({.inode = 4713}));
         kernel.Done();
     };
-    EXPECT_EQ(FindUdpPortOwner("192.168.1.2", 3702, proc.Path())->name, "\uFFFD" "bad");
+    EXPECT_EQ(FindUdpPortOwner("192.168.1.2", 3702, proc.Path())->name,
+              "\uFFFD"
+              "bad");
 }
