@@ -1,19 +1,16 @@
 #include "finder/device/inventory.h"
 
-#include <fmt/chrono.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <optional>
 #include <utility>
 
+#include "finder/device/composition.h"
 #include "finder/device/fields.h"
 
 namespace Lanscout {
 namespace {
-
-std::string TimeText(std::time_t time) {
-    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(time));
-}
 
 bool TellsMacsOnly(SourceId source) {
     return source == SourceId::Frames || source == SourceId::Neighbours;
@@ -27,11 +24,6 @@ std::string FactKey(const Sighting& sighting, const Marks& marks) {
 // A link-local address names its interface; the others are alike wherever they are heard.
 std::string AddressMark(const Device& device) {
     return "a " + ShownAddress(device);
-}
-
-// Prefers an address of a subnet of ours, then what the better source says, then the lower one.
-std::size_t ReachRank(Reach reach) {
-    return static_cast<std::size_t>(Reach::Local) - static_cast<std::size_t>(reach);
 }
 
 }  // namespace
@@ -64,21 +56,7 @@ bool Inventory::AddFact(const Sighting& sighting, std::time_t now) {
     const Marks marks = MarksOf(sighting.device, sighting.via.interface);
     const std::string key = FactKey(sighting, marks);
     if (const auto known = m_factByKey.find(key); known != m_factByKey.end()) {
-        Fact& fact = m_facts[known->second];
-        fact.first = std::min(fact.first, now);
-        fact.last = std::max(fact.last, now);
-        Device merged = fact.device;
-        for (const Field& field : Fields()) {
-            MergeSameSource(field, merged, sighting.device);
-        }
-        if (std::find(merged.seenVia.begin(), merged.seenVia.end(), sighting.via) ==
-            merged.seenVia.end()) {
-            merged.seenVia.push_back(sighting.via);
-        }
-        if (merged != fact.device) {
-            fact.device = std::move(merged);
-            m_unsettled.insert(PartOf(fact.part));
-        }
+        Refresh(m_facts[known->second], sighting, now);
         return true;
     }
     std::size_t& atAddress = m_factsAtAddress[marks.interface + " " + marks.ip];
@@ -96,6 +74,23 @@ bool Inventory::AddFact(const Sighting& sighting, std::time_t now) {
     m_unsettled.insert(part);
     UniteByMarks(index);
     return true;
+}
+
+void Inventory::Refresh(Fact& fact, const Sighting& sighting, std::time_t now) {
+    fact.first = std::min(fact.first, now);
+    fact.last = std::max(fact.last, now);
+    Device merged = fact.device;
+    for (const Field& field : Fields()) {
+        MergeSameSource(field, merged, sighting.device);
+    }
+    if (std::find(merged.seenVia.begin(), merged.seenVia.end(), sighting.via) ==
+        merged.seenVia.end()) {
+        merged.seenVia.push_back(sighting.via);
+    }
+    if (merged != fact.device) {
+        fact.device = std::move(merged);
+        m_unsettled.insert(PartOf(fact.part));
+    }
 }
 
 void Inventory::UniteByMarks(std::size_t fact) {
@@ -284,49 +279,13 @@ std::size_t Inventory::NumberFor(const std::vector<std::size_t>& facts,
 }
 
 Device Inventory::Compose(const std::vector<std::size_t>& facts) const {
-    std::map<SourceId, Device> bySource;
-    std::set<std::tuple<std::size_t, SourceId, std::size_t, std::string>> ipv4;
-    std::set<std::string> ipv6;
-    std::optional<std::time_t> first;
-    std::time_t last = 0;
-    std::set<std::string> macs;
+    Composition composition;
     for (const std::size_t index : facts) {
         const Fact& fact = m_facts[index];
-        const auto [known, isNew] = bySource.try_emplace(fact.source, fact.device);
-        if (!isNew) {
-            for (const Field& field : Fields()) {
-                MergeSameSource(field, known->second, fact.device);
-            }
-        }
-        if (!fact.device.ip.empty()) {
-            ipv4.emplace(ReachRank(fact.device.reach), fact.source, fact.device.ip.size(),
-                         fact.device.ip);
-        }
-        ipv6.insert(fact.device.ipv6.begin(), fact.device.ipv6.end());
-        first = std::min(first.value_or(fact.first), fact.first);
-        last = std::max(last, fact.last);
-        macs.insert(MacOf(fact));
+        composition.Add(fact.source, fact.device, MacOf(fact), fact.first, fact.last);
     }
-    Device device;
-    for (const auto& [source, told] : bySource) {
-        for (const Field& field : Fields()) {
-            MergeNextSource(field, device, told);
-        }
-    }
-    macs.erase("");
-    device.mac = macs.empty() ? "" : *macs.begin();
+    Device device = composition.Result();
     device.macMaker = device.mac.empty() ? "" : m_makerOfMac(device.mac);
-    device.ip = ipv4.empty() ? "" : std::get<3>(*ipv4.begin());
-    std::set<std::string> others(device.otherIps.begin(), device.otherIps.end());
-    for (const auto& address : ipv4) {
-        others.insert(std::get<3>(address));
-    }
-    others.erase(device.ip);
-    device.otherIps.assign(others.begin(), others.end());
-    device.ipv6.assign(ipv6.begin(), ipv6.end());
-    device.firstSeen = TimeText(first.value_or(0));
-    device.lastSeen = TimeText(last);
-    std::sort(device.seenVia.begin(), device.seenVia.end());
     return device;
 }
 

@@ -83,6 +83,7 @@ private:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
     bool AddFact(const Sighting& sighting, std::time_t now);
+    void Refresh(Fact& fact, const Sighting& sighting, std::time_t now);
     bool AddHint(const Sighting& sighting);
     void UniteByMarks(std::size_t fact);
     void UniteBy(const std::string& mark, std::size_t part);

@@ -294,6 +294,21 @@ TEST(Inventory, SameAddressWithOtherMacsOnTwoNetworksIsNoConflict) {
     EXPECT_TRUE(list.Conflicts().empty());
 }
 
+TEST(Inventory, OneEndpointWithTwoDescriptionsAtTwoAddressesStaysApart) {
+    Sighting first = Onvif("192.168.1.9", "", "urn:uuid:1");
+    Sighting second = Onvif("192.168.1.10", "", "urn:uuid:1");
+    first.device.udn = "uuid:8";
+    second.device.udn = "uuid:9";
+    EXPECT_EQ(ListOf({first, second}).size(), 2U);
+}
+
+TEST(Inventory, RepeaterOnTheSecondInterfaceIsNotJoinedTwice) {
+    EXPECT_EQ(ListOf({Onvif("192.168.1.9", kMac), Onvif("192.168.2.9", kMac, "", kSecond),
+                      Onvif("192.168.2.10", kMac, "", kSecond)})
+                  .size(),
+              2U);
+}
+
 TEST(Inventory, IdOfTheDescriptionIsNoOtherDevices) {
     EXPECT_EQ(ListOf({Onvif("192.168.1.9", kMac, "urn:uuid:1"), Upnp("192.168.1.9", "", "uuid:2")})
                   .size(),
