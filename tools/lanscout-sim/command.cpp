@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <grp.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -9,9 +11,8 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
+#include <charconv>
 #include <cstring>
-#include <thread>
 
 #include "tools/lanscout-sim/base/setuperror.h"
 #include "tools/lanscout-sim/network/descriptor.h"
@@ -19,16 +20,33 @@
 namespace lansim {
 namespace {
 
-constexpr std::chrono::seconds kGrace{3};
-constexpr std::chrono::milliseconds kGraceStep{20};
+bool Become(const User& user) {
+    if (initgroups(user.name.c_str(), user.gid) != 0 || setgid(user.gid) != 0 ||
+        setuid(user.uid) != 0) {
+        return false;
+    }
+    setenv("HOME", user.home.c_str(), 1);
+    setenv("USER", user.name.c_str(), 1);
+    setenv("LOGNAME", user.name.c_str(), 1);
+    return true;
+}
+
+[[noreturn]] void Report(int reason, int reportTo) {
+    [[maybe_unused]] const auto written = write(reportTo, &reason, sizeof reason);
+    _exit(127);
+}
 
 // Runs in the child; only returns through the pipe, which a successful exec closes.
-[[noreturn]] void BecomeCommand(const std::vector<std::string>& arguments, int reportTo) {
+[[noreturn]] void BecomeCommand(const std::vector<std::string>& arguments,
+                                const std::optional<User>& user, int reportTo) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     signal(SIGPIPE, SIG_DFL);
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (user && !Become(*user)) {
+        Report(errno, reportTo);
+    }
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // a change of user undoes it
     std::vector<char*> argv;
     argv.reserve(arguments.size() + 1);
     for (const auto& argument : arguments) {
@@ -36,14 +54,32 @@ constexpr std::chrono::milliseconds kGraceStep{20};
     }
     argv.push_back(nullptr);
     execvp(argv[0], argv.data());
-    const int reason = errno;
-    [[maybe_unused]] const auto written = write(reportTo, &reason, sizeof reason);
-    _exit(127);
+    Report(errno, reportTo);
+}
+
+std::optional<uid_t> Number(const std::string& text) {
+    uid_t number = 0;
+    const char* end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc{} && rest == end ? std::optional<uid_t>(number) : std::nullopt;
 }
 
 }  // namespace
 
-Command::Command(const std::vector<std::string>& arguments, const std::string& address) {
+std::optional<User> FindUser(const std::string& nameOrNumber) {
+    const passwd* entry = getpwnam(nameOrNumber.c_str());
+    const auto number = Number(nameOrNumber);
+    if (entry == nullptr && number) {
+        entry = getpwuid(*number);
+    }
+    if (entry == nullptr) {
+        return std::nullopt;
+    }
+    return User{entry->pw_name, entry->pw_dir, entry->pw_uid, entry->pw_gid};
+}
+
+Command::Command(const std::vector<std::string>& arguments, const std::string& address,
+                 const std::optional<User>& user) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         FailWithErrno("cannot make a pipe");
@@ -53,7 +89,7 @@ Command::Command(const std::vector<std::string>& arguments, const std::string& a
     setenv("LANSCOUT_SIM_ADDRESS", address.c_str(), 1);
     m_pid = fork();
     if (m_pid == 0) {
-        BecomeCommand(arguments, reportTo.Get());
+        BecomeCommand(arguments, user, reportTo.Get());
     }
     if (m_pid < 0) {
         FailWithErrno("cannot start " + arguments[0]);
@@ -68,18 +104,10 @@ Command::Command(const std::vector<std::string>& arguments, const std::string& a
 }
 
 Command::~Command() {
-    if (ExitStatus()) {
-        return;
+    if (!ExitStatus()) {
+        Signal(SIGKILL);
+        waitpid(m_pid, nullptr, 0);
     }
-    Signal(SIGTERM);
-    for (auto waited = std::chrono::milliseconds(0); waited < kGrace; waited += kGraceStep) {
-        if (ExitStatus()) {
-            return;
-        }
-        std::this_thread::sleep_for(kGraceStep);
-    }
-    Signal(SIGKILL);
-    waitpid(m_pid, nullptr, 0);
 }
 
 std::optional<int> Command::ExitStatus() {

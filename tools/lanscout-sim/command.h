@@ -9,14 +9,26 @@
 
 namespace lansim {
 
+// Who runs a program: a line of the table of users.
+struct User {
+    std::string name;
+    std::string home;
+    uid_t uid = 0;
+    gid_t gid = 0;
+};
+// By name or by number; nothing when there is no such user.
+std::optional<User> FindUser(const std::string& nameOrNumber);
+
 // The program that runs inside the simulated network, ended with the simulator.
 class Command {
 public:
-    // Starts the program with LANSCOUT_SIM_ADDRESS set. Throws SetupError when it cannot run.
-    Command(const std::vector<std::string>& arguments, const std::string& address);
+    // Starts the program with LANSCOUT_SIM_ADDRESS set, as the given user where there is one.
+    // Throws SetupError when it cannot run.
+    Command(const std::vector<std::string>& arguments, const std::string& address,
+            const std::optional<User>& user = std::nullopt);
     Command(const Command&) = delete;
     Command& operator=(const Command&) = delete;
-    // A program that does not end when asked to is killed after a few seconds.
+    // Kills what still runs.
     ~Command();
 
     // The exit status as a shell reports it (128 + signal), once the program has ended.

@@ -11,7 +11,7 @@ namespace {
 SimulatedHost HostOf(const Camera& camera, const IpAddress& ip) {
     const bool answersArp = !camera.Does(Misbehaviour::NoArp);
     const bool asksArp = answersArp && !camera.Does(Misbehaviour::QuietArp);
-    return {ip, camera.mac, answersArp, asksArp, {kDiscoveryPort}};
+    return {ip, camera.mac, answersArp, asksArp, {kDiscoveryPort}, {}};
 }
 
 }  // namespace
@@ -30,7 +30,8 @@ std::vector<SimulatedHost> HostsOf(const Population& population) {
         SimulatedHost& host = hosts[{device.ip, device.mac}];
         host.ip = device.ip;
         host.mac = device.mac;
-        host.udpPorts.insert(kSsdpPort);
+        host.udpPorts.push_back(kSsdpPort);
+        host.tcpPorts.push_back(device.port);
     }
     std::vector<SimulatedHost> list;
     list.reserve(hosts.size());

@@ -1,16 +1,21 @@
 #include "tools/lanscout-sim/options.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <net/if.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
 
 namespace lansim {
 namespace {
 
 constexpr int kWrongUse = 2;
 constexpr std::size_t kDefaultCameras = 40;
+constexpr std::size_t kMostDevices = 1000000;
 
 constexpr const char* kDescription =
     R"(lanscout-sim: a network of simulated ONVIF cameras and UPnP devices
@@ -65,6 +70,34 @@ std::string CheckNamespaceName(const std::string& text) {
                : "";
 }
 
+std::string CheckDescriptor(const std::string& text) {
+    int fd = -1;
+    const char* end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, fd);
+    return error != std::errc{} || rest != end || fcntl(fd, F_GETFD) < 0
+               ? fmt::format("\"{}\" is no open file descriptor", text)
+               : "";
+}
+
+// The parser itself takes -1 for a very large number.
+template <typename T>
+bool IsWhole(const std::string& text, T largest) {
+    T number = 0;
+    const char* end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc{} && rest == end && number <= largest;
+}
+
+std::string CheckCount(const std::string& text) {
+    return IsWhole(text, kMostDevices)
+               ? ""
+               : fmt::format("\"{}\" is no number of 0 to {}", text, kMostDevices);
+}
+
+std::string CheckSeed(const std::string& text) {
+    return IsWhole(text, UINT64_MAX) ? "" : fmt::format("\"{}\" is no whole number", text);
+}
+
 class Usage : public CLI::Formatter {
 public:
     std::string make_usage(const CLI::App*, std::string) const override {
@@ -76,6 +109,7 @@ public:
 struct Raw {
     std::string mode = "auto";
     std::string ipv6;
+    std::string user;
     std::vector<std::string> shares;
     std::string network;
     double loss = 0;
@@ -91,18 +125,22 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
         ->type_name("MODE");
     app.add_option("--cameras", options.cameras,
                    "number of generated cameras (40, or none with --scenario)")
+        ->check(CheckCount)
         ->type_name("N");
     app.add_option("--upnp", options.upnpDevices,
                    "number of generated UPnP root devices; every other one is a camera too")
+        ->check(CheckCount)
         ->type_name("N");
     app.add_option("--foreign", options.foreignCameras,
                    "so many of the generated cameras stand in another subnet, 192.168.77.0/24")
+        ->check(CheckCount)
         ->type_name("N");
     app.add_option("--ipv6", raw.ipv6,
                    "generated cameras hear and answer on IPv6 too (also), or on IPv6 alone (only)")
         ->check(CLI::IsMember({"also", "only"}).description(""))
         ->type_name("also|only");
     app.add_option("--seed", options.seed, "the same seed makes the same run")
+        ->check(CheckSeed)
         ->capture_default_str()
         ->type_name("S");
     app.add_option("--scenario", options.scenarioFile,
@@ -141,6 +179,17 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
         ->check(CheckDeviceName)
         ->capture_default_str()
         ->type_name("NAME");
+    app.add_option("--bridge", options.bridge,
+                   "put the device into this bridge instead of a namespace of its own")
+        ->check(CheckDeviceName)
+        ->excludes("--netns")
+        ->type_name("NAME");
+    app.add_option("--user", raw.user,
+                   "who runs the command; without it whoever ran sudo, else who runs this")
+        ->type_name("NAME");
+    app.add_option("--ready-fd", options.readyFd, "write the ready line to this descriptor")
+        ->check(CheckDescriptor)
+        ->type_name("N");
     app.add_option("--capture", options.captureFile, "write all that passed to a pcap file")
         ->type_name("FILE");
     app.add_option("--stats", options.statsFile, "write counts as JSON at the end; - is stdout")
@@ -155,7 +204,7 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
 
 // Whoever names the namespace or its device means that mode, and would be misled by another.
 void RequireNamespace(const CLI::App& app, Options& options) {
-    for (const char* option : {"--netns", "--tap"}) {
+    for (const char* option : {"--netns", "--tap", "--bridge"}) {
         if (app.count(option) == 0) {
             continue;
         }
@@ -166,12 +215,27 @@ void RequireNamespace(const CLI::App& app, Options& options) {
     }
 }
 
+// Who ran sudo did so for the network's sake, and not the command's.
+std::optional<User> UserFor(const std::string& asked) {
+    const char* sudo = geteuid() == 0 ? getenv("SUDO_UID") : nullptr;
+    if (asked.empty() && sudo == nullptr) {
+        return std::nullopt;
+    }
+    const std::string wanted = asked.empty() ? sudo : asked;
+    auto user = FindUser(wanted);
+    if (!user && !asked.empty()) {
+        throw CLI::ValidationError("--user", fmt::format("there is no user \"{}\"", asked));
+    }
+    return user;
+}
+
 // Throws what the parser throws for a wrong value.
 void Complete(const CLI::App& app, Options& options, const Raw& raw) {
     options.mode = raw.mode == "namespace"  ? Mode::Namespace
                    : raw.mode == "loopback" ? Mode::Loopback
                                             : Mode::Automatic;
     RequireNamespace(app, options);
+    options.user = UserFor(raw.user);
     options.ipv6 = raw.ipv6 == "also"   ? Ipv6Use::Also
                    : raw.ipv6 == "only" ? Ipv6Use::Only
                                         : Ipv6Use::None;
@@ -206,6 +270,7 @@ CommandLine ParseCommandLine(int argc, const char* const* argv) {
     Options options;
     Raw raw;
     CLI::App app(kDescription, "lanscout-sim");
+    app.set_version_flag("-V,--version", "lanscout-sim " LANSCOUT_VERSION);
     app.formatter(std::make_shared<Usage>());
     app.footer(Footer());
     Declare(app, options, raw);

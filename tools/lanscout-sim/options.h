@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tools/lanscout-sim/base/misbehaviour.h"
+#include "tools/lanscout-sim/command.h"
 #include "tools/lanscout-sim/network/address.h"
 #include "tools/lanscout-sim/population.h"
 
@@ -31,10 +32,13 @@ struct Options {
     std::string netns;
     std::optional<Subnet> network;
     std::string tap = "sim0";
+    std::string bridge;
     std::string captureFile;
     std::string statsFile;
     std::string devicesFile;
     std::optional<std::chrono::milliseconds> duration;
+    std::optional<int> readyFd;
+    std::optional<User> user;  // who runs the command
     std::vector<std::string> command;
 };
 

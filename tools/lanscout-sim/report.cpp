@@ -2,11 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <iostream>
-
 #include "tools/lanscout-sim/base/setuperror.h"
 
 namespace lansim {
@@ -101,24 +96,15 @@ ordered_json CountsReport(const AllCounts& counts) {
                        {"arpRequestsSent", tap.arpRequestsSent},
                        {"echoRepliesSent", tap.echoRepliesSent},
                        {"tcpPacketsHeard", tap.tcpPacketsHeard},
-                       {"tcpPacketsSent", tap.tcpPacketsSent}});
+                       {"tcpPacketsSent", tap.tcpPacketsSent},
+                       {"refusalsSent", tap.refusalsSent}});
     }
     return report;
 }
 
-void WriteReport(const ordered_json& report, const std::string& fileName) {
+void WriteReport(const ordered_json& report, OutputFile& file) {
     // What a scenario or a Probe brought may not be UTF-8.
-    const std::string text =
-        report.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
-    if (fileName == "-") {
-        std::cout << text << std::flush;
-        return;
-    }
-    std::ofstream file(fileName);
-    file << text << std::flush;
-    if (!file) {
-        throw SetupError(fmt::format("cannot write {}: {}", fileName, std::strerror(errno)));
-    }
+    file.Write(report.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n");
 }
 
 }  // namespace lansim

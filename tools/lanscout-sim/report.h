@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "tools/lanscout-sim/base/outputfile.h"
 #include "tools/lanscout-sim/network/tapnetwork.h"
 #include "tools/lanscout-sim/onvif/responder.h"
 #include "tools/lanscout-sim/population.h"
@@ -22,7 +23,7 @@ struct AllCounts {
 };
 nlohmann::ordered_json CountsReport(const AllCounts& counts);
 
-// "-" is standard output. Throws SetupError.
-void WriteReport(const nlohmann::ordered_json& report, const std::string& fileName);
+// Throws SetupError.
+void WriteReport(const nlohmann::ordered_json& report, OutputFile& file);
 
 }  // namespace lansim

@@ -13,8 +13,9 @@
 #include "tools/lanscout-sim/command.h"
 #include "tools/lanscout-sim/hosts.h"
 #include "tools/lanscout-sim/network/loopbacknetwork.h"
-#include "tools/lanscout-sim/network/netns.h"
+#include "tools/lanscout-sim/network/netdevice.h"
 #include "tools/lanscout-sim/network/peerstack.h"
+#include "tools/lanscout-sim/network/place.h"
 #include "tools/lanscout-sim/network/tapnetwork.h"
 #include "tools/lanscout-sim/onvif/responder.h"
 #include "tools/lanscout-sim/population.h"
@@ -32,6 +33,11 @@ constexpr Subnet kNamespaceNetwork{Ipv4{0x0A630001}, 16};  // 10.99.0.1/16
 constexpr Subnet kLoopbackNetwork{Ipv4{0x7F4D0001}, 16};   // 127.77.0.1/16
 constexpr std::uint32_t kNamespaceFirstHost = 10;
 constexpr std::uint32_t kLoopbackFirstHost = 257;  // 127.77.1.1
+// As timeout(1) has it.
+constexpr int kTimeUp = 124;
+constexpr int kCannotWrite = 3;
+// How long a command may take to end when it is asked to.
+constexpr std::chrono::seconds kGrace{3};
 
 // Signals arrive as something to read, so that the loop ends where it can clean up.
 Descriptor MakeSignalDescriptor() {
@@ -74,64 +80,117 @@ public:
         if (!options.captureFile.empty()) {
             m_capture = std::make_unique<Capture>(options.captureFile);
         }
+        if (!options.devicesFile.empty()) {
+            m_devicesFile.emplace(options.devicesFile);
+        }
+        if (!options.statsFile.empty()) {
+            m_statsFile.emplace(options.statsFile);
+        }
     }
 
     int Run() {
         MakeNetwork();
-        if (!m_options.devicesFile.empty()) {
-            WriteReport({{"devices", DevicesReport(m_population)}}, m_options.devicesFile);
+        if (m_devicesFile) {
+            WriteReport({{"devices", DevicesReport(m_population)}}, *m_devicesFile);
         }
         m_upnp->SayAlive(Clock::now());
         m_outbox.SendDue(Clock::now(), *m_network);
-        fmt::print(m_options.command.empty() ? stdout : stderr, "{}\n", ReadyLine());
-        std::fflush(stdout);
+        SayReady();
         if (!m_options.command.empty()) {
-            m_command = std::make_unique<Command>(m_options.command, ToText(m_subnet.address));
+            m_command =
+                std::make_unique<Command>(m_options.command, ToText(m_subnet.address),
+                                          m_place.isUserNamespace ? std::nullopt : m_options.user);
         }
         if (m_options.duration) {
             m_end = Clock::now() + *m_options.duration;
         }
         Loop();
-        const int status = m_command ? m_command->ExitStatus().value_or(0) : 0;
-        m_command.reset();
         m_upnp->SayByebye(Clock::now());
         m_outbox.SendDue(Clock::now(), *m_network);
-        if (!m_options.statsFile.empty()) {
-            WriteReport(Stats(), m_options.statsFile);
-        }
-        return status;
+        return StatusAfter(WriteOutputs());
     }
 
 private:
-    void MakeNetwork() {
-        if (m_options.mode == Mode::Loopback) {
-            return MakeLoopback();
+    // The command's own status is never hidden, and never made up.
+    int StatusAfter(bool isAllWritten) const {
+        const int status = m_command ? m_command->ExitStatus().value_or(0) : 0;
+        if (m_command && m_isTimeUp) {
+            return kTimeUp;
         }
-        Populate(kNamespaceNetwork, kNamespaceFirstHost);
+        return status == 0 && !isAllWritten ? kCannotWrite : status;
+    }
+
+    bool WriteOutputs() {
         try {
-            MakeNamespace();
-        } catch (const SetupError& error) {
-            m_network.reset();
-            m_namespace.reset();
-            if (m_options.mode == Mode::Namespace) {
-                throw;
+            if (m_statsFile) {
+                WriteReport(Stats(), *m_statsFile);
             }
-            fmt::print(stderr,
-                       "lanscout-sim: using loopback mode; namespace mode is unavailable: {}\n",
-                       error.what());
-            MakeLoopback();
+            if (m_capture) {
+                m_capture->Finish();
+            }
+            return true;
+        } catch (const SetupError& error) {
+            fmt::print(stderr, "lanscout-sim: {}\n", error.what());
+            return false;
         }
     }
 
-    void MakeNamespace() {
-        m_namespace = std::make_unique<NetworkNamespace>(m_options.netns);
-        auto network = std::make_unique<TapNetwork>(m_options.tap, m_subnet, HostsOf(m_population),
-                                                    m_capture.get());
-        if (!m_population.upnpDevices.empty()) {
-            network->Attach(MakePeerStack(UpnpAddresses(), [this] { ServeEverywhere(); }));
+    void MakeNetwork() {
+        PlaceRequest request;
+        request.mayBeTap = m_options.mode != Mode::Loopback;
+        request.mayBeLoopback = m_options.mode != Mode::Namespace;
+        request.netns = m_options.netns;
+        request.tap = m_options.tap;
+        request.bridge = m_options.bridge;
+        request.hasCommand = !m_options.command.empty();
+        request.asRoot = m_options.user && m_options.user->uid == 0;
+        m_place = FindPlace(request);
+        if (m_place.tap.IsOpen()) {
+            return MakeTap();
+        }
+        if (!m_place.whyNoTap.empty()) {
+            fmt::print(stderr,
+                       "lanscout-sim: using loopback mode; namespace mode is unavailable: {}\n",
+                       m_place.whyNoTap);
+        }
+        MakeLoopback();
+    }
+
+    void MakeTap() {
+        Populate(m_options.bridge.empty() ? kNamespaceNetwork : NetworkOfBridge(),
+                 kNamespaceFirstHost);
+        const auto hosts = HostsOf(m_population);
+        TapDevice device{std::move(m_place.tap), m_options.tap, m_options.bridge.empty()};
+        auto network =
+            std::make_unique<TapNetwork>(std::move(device), m_subnet, hosts, m_capture.get());
+        std::set<Ipv4> servers;
+        std::set<std::uint16_t> ports;
+        for (const auto& host : hosts) {
+            ports.insert(host.tcpPorts.begin(), host.tcpPorts.end());
+            if (!host.tcpPorts.empty()) {
+                servers.insert(host.ip.V4());
+            }
+        }
+        if (!servers.empty()) {
+            network->Attach(MakePeerStack(servers, [&] {
+                for (const auto port : ports) {
+                    m_server->Listen({Ipv4{}, port});
+                }
+            }));
         }
         m_tapCounts = &network->Counts();
         m_network = std::move(network);
+    }
+
+    Subnet NetworkOfBridge() const {
+        const auto found = NetDevice(m_options.bridge).Address();
+        if (!found && !m_options.network) {
+            throw SetupError(fmt::format(
+                "the bridge {} has no IPv4 address; say with --network who searches, as in "
+                "--network 172.18.0.1/16",
+                m_options.bridge));
+        }
+        return found.value_or(kNamespaceNetwork);
     }
 
     void MakeLoopback() {
@@ -153,9 +212,12 @@ private:
         MoveInto(subnet, m_scenario.cameras);
         MoveInto(subnet, m_scenario.upnpDevices);
         Populate(kLoopbackNetwork, kLoopbackFirstHost);
-        m_network = std::make_unique<LoopbackNetwork>(HostsOf(m_population), m_capture.get());
-        for (const auto& device : m_population.upnpDevices) {
-            m_server->Listen({device.ip, device.port});
+        const auto hosts = HostsOf(m_population);
+        m_network = std::make_unique<LoopbackNetwork>(hosts, m_capture.get());
+        for (const auto& host : hosts) {
+            for (const auto port : host.tcpPorts) {
+                m_server->Listen({host.ip, port});
+            }
         }
     }
 
@@ -186,35 +248,51 @@ private:
         m_server = std::make_unique<DescriptionServer>(m_population.upnpDevices);
     }
 
-    std::set<Ipv4> UpnpAddresses() const {
-        std::set<Ipv4> addresses;
-        for (const auto& device : m_population.upnpDevices) {
-            addresses.insert(device.ip);
+    bool IsTap() const { return m_tapCounts != nullptr; }
+
+    std::string WhereToSearch() const {
+        const std::string device = IsTap() ? m_options.tap : "lo";
+        if (!m_options.bridge.empty()) {
+            return fmt::format("{} in bridge {}", device, m_options.bridge);
         }
-        return addresses;
+        if (!m_options.netns.empty()) {
+            return fmt::format("{} in netns {}", device, m_options.netns);
+        }
+        if (!m_place.inside) {
+            return device;
+        }
+        const bool isInside = !m_options.command.empty();
+        return fmt::format("{} in a namespace without a name{}", device,
+                           isInside ? "" : "; enter it with: " + EnterCommand());
     }
 
-    void ServeEverywhere() {
-        std::set<std::uint16_t> ports;
-        for (const auto& device : m_population.upnpDevices) {
-            ports.insert(device.port);
-        }
-        for (const auto port : ports) {
-            m_server->Listen({Ipv4{}, port});
-        }
+    std::string EnterCommand() const {
+        return fmt::format("nsenter {}-n -t {}",
+                           m_place.isUserNamespace ? "--preserve-credentials -U " : "", getpid());
     }
 
     std::string ReadyLine() const {
-        const std::string where =
-            !m_namespace ? "lo"
-            : m_options.netns.empty()
-                ? fmt::format("{} in a namespace without a name", m_options.tap)
-                : fmt::format("{} in netns {}", m_options.tap, m_options.netns);
         const auto upnp = m_population.upnpDevices.size();
-        return fmt::format("ready: {} cameras{}, mode {}, search from {} ({})",
-                           m_population.cameras.size(),
-                           upnp == 0 ? "" : fmt::format(", {} UPnP devices", upnp),
-                           m_namespace ? "namespace" : "loopback", ToText(m_subnet.address), where);
+        return fmt::format(
+            "ready: {} cameras{}, mode {}, search from {} ({})\n", m_population.cameras.size(),
+            upnp == 0 ? "" : fmt::format(", {} UPnP devices", upnp),
+            IsTap() ? "namespace" : "loopback", ToText(m_subnet.address), WhereToSearch());
+    }
+
+    // Standard output is the command's, or a report's, where there is one.
+    void SayReady() const {
+        const std::string line = ReadyLine();
+        const bool isTaken = !m_options.command.empty() || m_options.devicesFile == "-" ||
+                             m_options.statsFile == "-";
+        if (m_options.readyFd) {
+            const Descriptor fd(*m_options.readyFd);
+            if (write(fd.Get(), line.data(), line.size()) < 0) {
+                FailWithErrno("cannot write the ready line");
+            }
+        } else {
+            fmt::print(isTaken ? stderr : stdout, "{}", line);
+            std::fflush(stdout);
+        }
     }
 
     void Loop() {
@@ -260,6 +338,7 @@ private:
         constexpr long kNanosecondsPerSecond = 1000000000;
         TimePoint due = Clock::now() + kLongest;
         Sooner(due, m_end);
+        Sooner(due, m_killAt);
         Sooner(due, m_outbox.NextDue());
         Sooner(due, m_upnp->NextDue());
         Sooner(due, m_server->NextDue(Clock::now()));
@@ -270,23 +349,35 @@ private:
     void TakeSignals() {
         signalfd_siginfo info{};
         while (read(m_signals.Get(), &info, sizeof info) == sizeof info) {
-            if (info.ssi_signo == SIGCHLD) {
-                continue;
+            if (info.ssi_signo != SIGCHLD) {
+                End(static_cast<int>(info.ssi_signo));
             }
-            m_isStopped = true;
-            if (m_command) {
-                m_command->Signal(static_cast<int>(info.ssi_signo));
+        }
+        if (m_end && Clock::now() >= *m_end) {
+            m_end.reset();
+            m_isTimeUp = true;
+            End(SIGTERM);
+        }
+        if (m_killAt && m_command && Clock::now() >= *m_killAt) {
+            m_command->Signal(SIGKILL);
+        }
+    }
+
+    // The command is asked to end, and the devices answer it until it has.
+    void End(int signal) {
+        m_isEnding = true;
+        if (m_command && !m_command->ExitStatus()) {
+            m_command->Signal(signal);
+            if (!m_killAt) {
+                m_killAt = Clock::now() + kGrace;
             }
         }
     }
 
-    bool IsOver() {
-        return m_isStopped || (m_end && Clock::now() >= *m_end) ||
-               (m_command && m_command->ExitStatus());
-    }
+    bool IsOver() { return m_command ? m_command->ExitStatus().has_value() : m_isEnding; }
 
     nlohmann::ordered_json Stats() const {
-        return {{"mode", m_namespace ? "namespace" : "loopback"},
+        return {{"mode", IsTap() ? "namespace" : "loopback"},
                 {"address", ToText(m_subnet.address)},
                 {"seed", m_options.seed},
                 {"counts", CountsReport({m_cameras->Counts(), m_upnp->Counts(), m_outbox.Counts(),
@@ -303,14 +394,18 @@ private:
     Outbox m_outbox;
     std::unique_ptr<Responder> m_cameras;
     std::unique_ptr<UpnpResponder> m_upnp;
-    // The namespace must outlive what was made in it.
-    std::unique_ptr<NetworkNamespace> m_namespace;
+    // It must outlive what was made in it.
+    Place m_place;
     std::unique_ptr<DescriptionServer> m_server;
     std::unique_ptr<Network> m_network;
     const TapCounts* m_tapCounts = nullptr;
     std::unique_ptr<Command> m_command;
     std::optional<TimePoint> m_end;
-    bool m_isStopped = false;
+    std::optional<TimePoint> m_killAt;
+    bool m_isTimeUp = false;
+    bool m_isEnding = false;
+    std::optional<OutputFile> m_devicesFile;
+    std::optional<OutputFile> m_statsFile;
     std::set<std::string> m_explained;
 };
 

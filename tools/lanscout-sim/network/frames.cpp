@@ -6,6 +6,7 @@
 #include <tins/icmp.h>
 #include <tins/ip.h>
 #include <tins/rawpdu.h>
+#include <tins/tcp.h>
 #include <tins/udp.h>
 
 #include "tools/lanscout-sim/network/frames6.h"
@@ -39,8 +40,12 @@ Heard ReadArp(const Tins::ARP& arp) {
 Heard ReadIp(const Tins::EthernetII& ethernet, const Tins::IP& ip, std::string_view packet) {
     const Mac from = FromTins(ethernet.src_addr());
     const Mac to = FromTins(ethernet.dst_addr());
-    if (ip.protocol() == IPPROTO_TCP) {
-        return TcpPacket{from, to, FromTins(ip.src_addr()), FromTins(ip.dst_addr()),
+    if (const auto* tcp = ip.find_pdu<Tins::TCP>()) {
+        return TcpPacket{from,
+                         to,
+                         FromTins(ip.src_addr()),
+                         FromTins(ip.dst_addr()),
+                         tcp->dport(),
                          std::string(packet.substr(0, ip.tot_len()))};
     }
     if (const auto* udp = ip.find_pdu<Tins::UDP>()) {
@@ -91,6 +96,49 @@ Heard ReadFrame(std::string_view frame) try {
     return {};
 } catch (const Tins::exception_base&) {
     return {};
+}
+
+std::string TcpRefusalFrame(const Mac& from, const TcpPacket& packet) try {
+    using Flags = Tins::TCP::Flags;
+    const Tins::IP ip(reinterpret_cast<const std::uint8_t*>(packet.packet.data()),
+                      static_cast<std::uint32_t>(packet.packet.size()));
+    const auto* segment = ip.find_pdu<Tins::TCP>();
+    if (segment == nullptr || segment->get_flag(Flags::RST) != 0) {
+        return {};
+    }
+    Tins::TCP reset(segment->sport(), segment->dport());
+    if (segment->get_flag(Flags::ACK) != 0) {
+        reset.flags(Flags::RST);
+        reset.seq(segment->ack_seq());
+    } else {
+        const auto controls = segment->get_flag(Flags::SYN) + segment->get_flag(Flags::FIN);
+        reset.flags(Flags::RST | Flags::ACK);
+        reset.ack_seq(segment->seq() + static_cast<std::uint32_t>(PayloadOf(*segment).size()) +
+                      static_cast<std::uint32_t>(controls));
+    }
+    auto frame = Tins::EthernetII(ToTins(packet.fromMac), ToTins(from)) /
+                 Tins::IP(ip.src_addr(), ip.dst_addr()) / reset;
+    return Bytes(frame);
+} catch (const Tins::exception_base&) {
+    return {};
+}
+
+std::string PortUnreachableFrame(const Mac& from, const Datagram& datagram) {
+    constexpr std::uint8_t kPortUnreachable = 3;
+    constexpr std::size_t kQuotedBytes = kIpHeaderBytes + 8;
+    if (datagram.from.ip.IsV6()) {
+        return PortUnreachable6Frame(from, datagram);
+    }
+    const auto searcher = ToTins(datagram.from.ip.V4());
+    const auto host = ToTins(datagram.to.ip.V4());
+    auto refused = Tins::IP(host, searcher) / Tins::UDP(datagram.to.port, datagram.from.port) /
+                   Tins::RawPDU(datagram.payload);
+    Tins::ICMP icmp(Tins::ICMP::DEST_UNREACHABLE);
+    icmp.code(kPortUnreachable);
+    auto frame = Tins::EthernetII(ToTins(datagram.fromMac), ToTins(from)) /
+                 Tins::IP(searcher, host) / icmp /
+                 Tins::RawPDU(Bytes(refused).substr(0, kQuotedBytes));
+    return Bytes(frame);
 }
 
 std::string ArpReplyFrame(const Host& from, const Host& to) {

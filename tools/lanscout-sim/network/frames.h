@@ -19,12 +19,13 @@ struct ArpRequest {
     Ipv4 target;
 };
 
-// TCP is not spoken here but handed on whole, as an IP packet.
+// TCP is not spoken here but handed on whole, as an IP packet, or refused.
 struct TcpPacket {
     Mac fromMac{};
     Mac toMac{};
     Ipv4 from;
     Ipv4 to;
+    std::uint16_t toPort = 0;
     std::string packet;
 };
 
@@ -65,6 +66,11 @@ struct IpEnds {
 std::optional<IpEnds> EndsOf(std::string_view packet);
 std::string IpFrame(const Mac& from, const Mac& to, std::string_view packet);
 std::string EchoReplyFrame(const Mac& from, const EchoRequest& request);
+// What a host says of a segment to a port where nothing listens (RFC 9293, 3.5.2); empty when that
+// is nothing.
+std::string TcpRefusalFrame(const Mac& from, const TcpPacket& packet);
+// The same of a datagram (RFC 1122, 4.1.3.1, or RFC 4443, 3.1).
+std::string PortUnreachableFrame(const Mac& from, const Datagram& datagram);
 // Where a multicast IPv6 packet goes on Ethernet (RFC 2464, 7).
 Mac GroupMacOf(const Ipv6& group);
 // One frame, or as many IP fragments as the MTU asks for.

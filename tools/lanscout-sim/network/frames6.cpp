@@ -131,6 +131,19 @@ std::string EchoReply6Frame(const Host6& from, const EchoRequest& request) {
                       icmp / Tins::RawPDU(request.payload));
 }
 
+std::string PortUnreachable6Frame(const Mac& from, const Datagram& datagram) {
+    constexpr std::uint8_t kPortUnreachable = 4;
+    constexpr std::size_t kMostQuotedBytes = 1200;  // the whole stays below the least MTU, 1280
+    const auto searcher = ToTins(datagram.from.ip.V6());
+    const auto host = ToTins(datagram.to.ip.V6());
+    auto refused = Tins::IPv6(host, searcher) / Tins::UDP(datagram.to.port, datagram.from.port) /
+                   Tins::RawPDU(datagram.payload);
+    Tins::ICMPv6 icmp(IcmpType::DEST_UNREACHABLE);
+    icmp.code(kPortUnreachable);
+    return Icmp6Frame(from, datagram.fromMac, Tins::IPv6(searcher, host),
+                      icmp / Tins::RawPDU(Bytes(refused).substr(0, kMostQuotedBytes)));
+}
+
 std::vector<std::string> Udp6Frames(const Mac& from, const Mac& to, const Datagram& datagram,
                                     std::uint32_t packetId, std::size_t mtu) {
     auto ip = Tins::IPv6(ToTins(datagram.to.ip.V6()), ToTins(datagram.from.ip.V6())) /

@@ -16,6 +16,7 @@ Heard ReadIpv6Frame(std::string_view frame);
 std::string NeighbourSolicitFrame(const Host6& from, const Ipv6& target);
 std::string NeighbourAdvertFrame(const Host6& from, const NeighbourSolicit& question);
 std::string EchoReply6Frame(const Host6& from, const EchoRequest& request);
+std::string PortUnreachable6Frame(const Mac& from, const Datagram& datagram);
 std::vector<std::string> Udp6Frames(const Mac& from, const Mac& to, const Datagram& datagram,
                                     std::uint32_t packetId, std::size_t mtu);
 

@@ -1,7 +1,7 @@
 // A simulated host as the network sees it: addresses, and how it speaks ARP.
 #pragma once
 
-#include <set>
+#include <vector>
 
 #include "tools/lanscout-sim/network/address.h"
 
@@ -14,7 +14,8 @@ struct SimulatedHost {
     Mac mac{};
     bool answersArp = true;
     bool asksArp = true;
-    std::set<std::uint16_t> udpPorts;
+    std::vector<std::uint16_t> udpPorts{};  // it refuses everything at other ports
+    std::vector<std::uint16_t> tcpPorts{};
 };
 
 }  // namespace lansim

@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 #include "tools/lanscout-sim/base/setuperror.h"
 #include "tools/lanscout-sim/network/frames.h"

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -43,9 +44,12 @@ Descriptor OpenTun() {
         errno = reason;
     }
     if (!fd.IsOpen()) {
-        FailWithErrno(
-            fmt::format("cannot open {}", kPath),
-            "the kernel's module tun must be there (modprobe tun), or use --mode loopback");
+        const bool isForbidden = errno == EACCES || errno == EPERM;
+        FailWithErrno(fmt::format("cannot open {}", kPath),
+                      isForbidden ? "this user may not use it: run as root, make it readable and "
+                                    "writable for the user, or use --mode loopback"
+                                  : "the kernel's module tun must be there (modprobe tun), or use "
+                                    "--mode loopback");
     }
     return fd;
 }
@@ -114,6 +118,17 @@ void NetDevice::SetLinkLocalAddress(const Ipv6& address) {
     Do(message, "give its IPv6 address to " + m_name);
 }
 
+void NetDevice::Join(const std::string& bridge) {
+    const unsigned master = if_nametoindex(bridge.c_str());
+    if (master == 0) {
+        FailWithErrno("cannot find the bridge " + bridge);
+    }
+    NetlinkMessage message(RTM_NEWLINK, 0);
+    message.Extra<ifinfomsg>().ifi_index = static_cast<int>(m_index);
+    message.Put(IFLA_MASTER, master);
+    Do(message, fmt::format("put {} into {}", m_name, bridge));
+}
+
 // By netlink, which root of a user namespace may use; the older ioctl asks for the machine's root.
 void NetDevice::SetQueueLength(int frames) {
     NetlinkMessage message(RTM_NEWLINK, 0);
@@ -170,6 +185,25 @@ Mac NetDevice::HardwareAddress() {
     Mac mac{};
     std::memcpy(mac.data(), static_cast<char*>(request.ifr_hwaddr.sa_data), mac.size());
     return mac;
+}
+
+std::optional<Subnet> NetDevice::Address() {
+    const Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    auto request = RequestFor(m_name);
+    const auto read = [&](unsigned long operation) -> std::optional<std::uint32_t> {
+        sockaddr_in address{};
+        if (ioctl(fd.Get(), operation, &request) != 0) {
+            return std::nullopt;
+        }
+        std::memcpy(&address, &request.ifr_addr, sizeof address);
+        return ntohl(address.sin_addr.s_addr);
+    };
+    const auto address = read(SIOCGIFADDR);
+    const auto mask = read(SIOCGIFNETMASK);
+    if (!address || !mask) {
+        return std::nullopt;
+    }
+    return Subnet{Ipv4{*address}, std::popcount(*mask)};
 }
 
 void NetDevice::Do(NetlinkMessage& message, const std::string& what) {

@@ -1,6 +1,7 @@
 // Making and setting up network devices of the kernel.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "tools/lanscout-sim/network/address.h"
@@ -25,6 +26,7 @@ public:
     void LeaveIpv6AddressToMe();
     void SetLinkLocalAddress(const Ipv6& address);
     void SetQueueLength(int frames);
+    void Join(const std::string& bridge);
     void SetUp();
     void AddRoute(const Subnet& destination);
     // Packets to the address are the namespace's own, although no device has it.
@@ -32,6 +34,8 @@ public:
     // Without this the kernel's own IPv6 messages stand between what is watched.
     void SilenceIpv6() const;
     Mac HardwareAddress();
+    // Its first IPv4 address with the network's size; nothing when it has none.
+    std::optional<Subnet> Address();
 
 private:
     struct RouteKind {

@@ -33,9 +33,29 @@ void PrepareNetnsFolder() {
     }
 }
 
+void WriteText(const std::string& path, const std::string& text) {
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    if (write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        FailWithErrno("cannot write " + path);
+    }
+}
+
+// Who is root in the user namespace has all rights in the network namespaces made there. What it
+// starts keeps them only as root; otherwise it is the same user as outside.
+void EnterUserNamespace(bool asRoot) {
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    if (unshare(CLONE_NEWUSER) != 0) {
+        FailWithErrno("cannot make a user namespace", "--mode loopback needs none");
+    }
+    WriteText("/proc/self/setgroups", "deny");
+    WriteText("/proc/self/uid_map", fmt::format("{} {} 1", asRoot ? 0 : user, user));
+    WriteText("/proc/self/gid_map", fmt::format("{} {} 1", asRoot ? 0 : group, group));
+}
+
 }  // namespace
 
-NetworkNamespace::NetworkNamespace(const std::string& name)
+NetworkNamespace::NetworkNamespace(const std::string& name, Privilege privilege)
     : m_original(open(kOwnNamespace, O_RDONLY | O_CLOEXEC)) {
     if (!m_original.IsOpen()) {
         FailWithErrno(fmt::format("cannot open {}", kOwnNamespace));
@@ -48,6 +68,12 @@ NetworkNamespace::NetworkNamespace(const std::string& name)
             fmt::format("the network namespace {0} is there already; end who uses it "
                         "and run \"ip netns del {0}\", or take another name",
                         name));
+    }
+    if (privilege != Privilege::OfMachine) {
+        if (!name.empty()) {
+            throw SetupError("a namespace with a name takes root; leave --netns out");
+        }
+        EnterUserNamespace(privilege == Privilege::OfUserAsRoot);
     }
     if (unshare(CLONE_NEWNET) != 0) {
         FailWithErrno(

@@ -43,21 +43,38 @@ void ReadAll(int fd, Handler handler) {
     }
 }
 
+bool Has(const std::vector<std::uint16_t>& ports, std::uint16_t port) {
+    return std::ranges::find(ports, port) != ports.end();
+}
+
 bool IsWorthRepeating(int error) {
     return error == EAGAIN || error == ENOBUFS || error == EINTR;
 }
 
 }  // namespace
 
-TapNetwork::TapNetwork(const std::string& device, const Subnet& searcher,
+TapNetwork::TapNetwork(TapDevice device, const Subnet& searcher,
                        const std::vector<SimulatedHost>& hosts, Capture* capture)
-    : m_ready(epoll_create1(EPOLL_CLOEXEC)),
-      m_tap(MakeTunDevice(device, TunKind::EthernetFrames)),
-      m_capture(capture) {
+    : m_ready(epoll_create1(EPOLL_CLOEXEC)), m_tap(std::move(device.frames)), m_capture(capture) {
+    if (device.isSearchers) {
+        const auto isIpv6 = [](const auto& host) { return host.ip.IsV6(); };
+        SetUpForSearcher(device.name, searcher, std::ranges::any_of(hosts, isIpv6));
+    } else {
+        NetDevice port(device.name);
+        port.SilenceIpv6();
+        port.SetQueueLength(kTapQueueFrames);
+        port.SetUp();
+    }
+    for (const auto& host : hosts) {
+        m_hosts[host.ip].push_back(
+            {host.mac, host.answersArp, host.asksArp, host.udpPorts, host.tcpPorts, {}});
+    }
+    Watch(m_tap.Get());
+}
+
+void TapNetwork::SetUpForSearcher(const std::string& device, const Subnet& searcher, bool hasIpv6) {
     NetDevice("lo").SetUp();
     NetDevice tap(device);
-    const bool hasIpv6 =
-        std::ranges::any_of(hosts, [](const auto& host) { return host.ip.IsV6(); });
     if (hasIpv6) {
         tap.LeaveIpv6AddressToMe();
     } else {
@@ -73,10 +90,6 @@ TapNetwork::TapNetwork(const std::string& device, const Subnet& searcher,
         tap.SetLinkLocalAddress(LinkLocalOf(own));
         m_peers[LinkLocalOf(own)] = own;
     }
-    for (const auto& host : hosts) {
-        m_hosts[host.ip].push_back({host.mac, host.answersArp, host.asksArp, {}});
-    }
-    Watch(m_tap.Get());
 }
 
 void TapNetwork::Attach(lansim::Descriptor peerStack) {
@@ -154,7 +167,12 @@ void TapNetwork::Handle(const EchoRequest& request) {
 void TapNetwork::Handle(const TcpPacket& packet) {
     ++m_counts.tcpPacketsHeard;
     m_peers[packet.from] = packet.fromMac;
-    if (!m_peerStack.IsOpen() || Find(packet.to, packet.toMac) == nullptr) {
+    const Host* host = Find(packet.to, packet.toMac);
+    if (host == nullptr) {
+        return;
+    }
+    if (!m_peerStack.IsOpen() || !Has(host->tcpPorts, packet.toPort)) {
+        Refuse(TcpRefusalFrame(host->mac, packet));
         return;
     }
     if (m_hosts.at(packet.to).size() > 1) {
@@ -183,7 +201,18 @@ void TapNetwork::PassOn(std::string_view packet) {
 
 void TapNetwork::Handle(const Datagram& datagram, const DatagramHandler& handler) {
     m_peers[datagram.from.ip] = datagram.fromMac;
+    const Host* host = Find(datagram.to.ip, datagram.toMac);
+    if (host != nullptr && !Has(host->udpPorts, datagram.to.port)) {
+        Refuse(PortUnreachableFrame(host->mac, datagram));
+        return;
+    }
     handler(datagram);
+}
+
+void TapNetwork::Refuse(std::string_view frame) {
+    if (!frame.empty() && Write(frame) == SendResult::Sent) {
+        ++m_counts.refusalsSent;
+    }
 }
 
 TapNetwork::Host* TapNetwork::Find(const IpAddress& ip, const Mac& mac) {

@@ -23,16 +23,25 @@ struct TapCounts {
     std::uint64_t echoRepliesSent = 0;
     std::uint64_t tcpPacketsHeard = 0;
     std::uint64_t tcpPacketsSent = 0;
+    std::uint64_t refusalsSent = 0;  // of what came to a port where nothing listens
+};
+
+// The tap device that leads to the hosts.
+struct TapDevice {
+    lansim::Descriptor frames;
+    std::string name;
+    // Whether the searcher sits at this device, which then gets the searcher's address and the
+    // multicast route; else it is a port of a bridge and gets neither.
+    bool isSearchers = true;
 };
 
 // All hosts behind one tap, each with its own IPv4 and Ethernet address.
 class TapNetwork : public Network {
 public:
-    // Makes the tap in the current network namespace, with the searcher's address and the
-    // multicast route, and with a link-local IPv6 address when a host has one. `capture` may be
-    // null; it stays the caller's. Throws SetupError.
-    TapNetwork(const std::string& device, const Subnet& searcher,
-               const std::vector<SimulatedHost>& hosts, Capture* capture);
+    // Sets the device of the current network namespace up, with a link-local IPv6 address when a
+    // host has one. `capture` may be null; it stays the caller's. Throws SetupError.
+    TapNetwork(TapDevice device, const Subnet& searcher, const std::vector<SimulatedHost>& hosts,
+               Capture* capture);
 
     // TCP to and from the hosts goes through this tun device from now on.
     void Attach(lansim::Descriptor peerStack);
@@ -48,9 +57,13 @@ private:
         Mac mac{};
         bool answersArp = true;
         bool asksArp = true;
+        std::vector<std::uint16_t> udpPorts;
+        std::vector<std::uint16_t> tcpPorts;
         std::map<IpAddress, TimePoint> asked;  // whose MAC it has asked for, and when
     };
 
+    void SetUpForSearcher(const std::string& device, const Subnet& searcher, bool hasIpv6);
+    void Refuse(std::string_view frame);
     void Watch(int fd);
     void Handle(std::string_view frame, const DatagramHandler& handler);
     void HandleWhole(std::string_view frame, const DatagramHandler& handler);

@@ -90,6 +90,44 @@ TEST(SimOptions, ForeignAndIpv6CamerasAreCountedAndChosen) {
     ExpectRefused({"--ipv6", "never"}, "--ipv6");
 }
 
+TEST(SimOptions, CountsAreWholeNumbersOfAnAskableSize) {
+    ExpectRefused({"--cameras", "-1"}, "--cameras");
+    ExpectRefused({"--upnp", "-1"}, "--upnp");
+    ExpectRefused({"--foreign", "1.5"}, "--foreign");
+    ExpectRefused({"--cameras", "1000001"}, "is no number of 0 to 1000000");
+    ExpectRefused({"--cameras", "99999999999999999999999"}, "--cameras");
+    EXPECT_EQ(Good({"--cameras", "1000000"}).cameras, 1000000U);
+    ExpectRefused({"--seed", "-1"}, "--seed");
+    EXPECT_EQ(Good({"--seed", "18446744073709551615"}).seed, UINT64_MAX);
+}
+
+TEST(SimOptions, BridgeTakesThePlaceOfANamespace) {
+    const auto options = Good({"--bridge", "br0"});
+    EXPECT_EQ(options.bridge, "br0");
+    EXPECT_EQ(options.mode, Mode::Namespace);
+    ExpectRefused({"--bridge", "br0", "--netns", "lab"}, "--netns");
+    ExpectRefused({"--bridge", "br0", "--mode", "loopback"}, "--bridge: loopback mode has no");
+}
+
+TEST(SimOptions, ReadyLinesDescriptorIsOpen) {
+    EXPECT_EQ(Good({"--ready-fd", "1"}).readyFd, 1);
+    ExpectRefused({"--ready-fd", "999"}, "\"999\" is no open file descriptor");
+    ExpectRefused({"--ready-fd", "1x"}, "is no open file descriptor");
+    ExpectRefused({"--ready-fd", "-1"}, "--ready-fd");
+}
+
+TEST(SimOptions, UserIsFoundByNameAndNumber) {
+    EXPECT_EQ(Good({"--user", "root"}).user->uid, 0U);
+    EXPECT_EQ(Good({"--user", "0"}).user->name, "root");
+    ExpectRefused({"--user", "nobody-at-all"}, "there is no user \"nobody-at-all\"");
+}
+
+TEST(SimOptions, VersionIsTold) {
+    CaptureStdout();
+    EXPECT_EQ(Parse({"--version"}).exitStatus, 0);
+    EXPECT_THAT(GetCapturedStdout(), ::testing::StartsWith("lanscout-sim 1."));
+}
+
 TEST(SimOptions, WrongUseIsStatusTwoAndExplained) {
     ExpectRefused({"--mode", "moon"}, "--mode");
     ExpectRefused({"--misbehave", "odd=1"}, "\"odd=1\" names no misbehaviour");

@@ -15,6 +15,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
 using ::testing::ThrowsMessage;
+using ::testing::UnorderedElementsAre;
 
 namespace {
 
@@ -55,14 +56,15 @@ TEST(SimReport, DevicesTellWhatASearchShouldFind) {
 }
 
 TEST(SimReport, FileThatCannotBeWrittenIsNamed) {
-    EXPECT_THAT([] { lansim::WriteReport({}, "/nowhere/stats.json"); },
+    EXPECT_THAT([] { lansim::OutputFile("/nowhere/stats.json"); },
                 ThrowsMessage<lansim::SetupError>(HasSubstr("/nowhere/stats.json: No such file")));
 }
 
 TEST(SimHosts, CameraAndItsOtherSideAreOneHostWithBothPorts) {
     const auto hosts = HostsOf(CameraWithOtherSide());
     ASSERT_THAT(hosts, SizeIs(1));
-    EXPECT_THAT(hosts[0].udpPorts, ElementsAre(1900, 3702));
+    EXPECT_THAT(hosts[0].udpPorts, UnorderedElementsAre(1900, 3702));
+    EXPECT_THAT(hosts[0].tcpPorts, ElementsAre(49152));
     EXPECT_TRUE(hosts[0].answersArp);
     EXPECT_FALSE(hosts[0].asksArp);
 }

@@ -1,5 +1,6 @@
 #include "tools/lanscout-sim/network/frames.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 using lansim::ArpReplyFrame;
@@ -180,6 +181,54 @@ TEST(SimFrames, MulticastStaysNearAndAReplyMayTravel) {
     EXPECT_EQ(ttlOf(Ipv4{0xEFFFFFFA}, 1900), 2);
     EXPECT_EQ(ttlOf(Ipv4{0xEFFFFFFA}, 3702), 1);
     EXPECT_EQ(ttlOf(kSearcherIp, 1900), 64);
+}
+
+constexpr unsigned kFin = 1;
+constexpr unsigned kSyn = 2;
+constexpr unsigned kRst = 4;
+constexpr unsigned kAck = 16;
+
+// An IP packet with a TCP segment from port 40000 to 81.
+lansim::TcpPacket Segment(unsigned seq, unsigned ack, unsigned flags,
+                          const std::string& text = "") {
+    const auto packet =
+        FromHex(fmt::format("4500 {:04x} 0001 4000 40 06 0000 0a630001 0a63000a"
+                            "9c40 0051 {:08x} {:08x} 50{:02x} ffff 0000 0000",
+                            40 + text.size(), seq, ack, flags));
+    return {kSearcherMac, kCameraMac, kSearcherIp, kCameraIp, 81, packet + text};
+}
+
+// Sequence number, acknowledgement and flags of the answer, as they stand in the frame.
+std::string Answer(const lansim::TcpPacket& packet) {
+    const auto frame = lansim::TcpRefusalFrame(kCameraMac, packet);
+    return frame.empty() ? "" : Hex(frame.substr(38, 8)) + " " + Hex(frame.substr(47, 1));
+}
+
+TEST(SimFrames, SegmentToAClosedPortIsReset) {
+    EXPECT_EQ(Answer(Segment(0x1000, 0, kSyn)), "0000000000001001 14");
+    EXPECT_EQ(Answer(Segment(0x1000, 0, kFin, "abc")), "0000000000001004 14");
+    EXPECT_EQ(Answer(Segment(0x1000, 0x2000, kAck, "abc")), "0000200000000000 04");
+    EXPECT_EQ(Answer(Segment(0x1000, 0x2000, kRst)), "") << "no reset of a reset";
+}
+
+TEST(SimFrames, ResetGoesBackWhereTheSegmentCameFrom) {
+    const auto frame = lansim::TcpRefusalFrame(kCameraMac, Segment(1, 0, kSyn));
+    EXPECT_EQ(Hex(frame.substr(0, 12)), Hex(std::string(kSearcherMac.begin(), kSearcherMac.end()) +
+                                            std::string(kCameraMac.begin(), kCameraMac.end())));
+    EXPECT_EQ(Hex(frame.substr(26, 12)),
+              "0a63000a0a6300010051"
+              "9c40")
+        << "addresses and ports";
+}
+
+TEST(SimFrames, DatagramToAClosedPortIsQuotedBack) {
+    const Datagram datagram{{kSearcherIp, 4000}, {kCameraIp, 9}, "text", kSearcherMac, kCameraMac};
+    const auto frame = lansim::PortUnreachableFrame(kCameraMac, datagram);
+    EXPECT_EQ(Hex(frame.substr(26, 8)), "0a63000a0a630001");
+    EXPECT_EQ(Hex(frame.substr(34, 2)), "0303") << "destination unreachable, port";
+    EXPECT_EQ(Hex(frame.substr(42 + 12, 8)), "0a6300010a63000a") << "the header that is quoted";
+    EXPECT_EQ(Hex(frame.substr(42 + 20, 4)), "0fa00009") << "and the ports";
+    EXPECT_EQ(frame.size(), 42U + 28U);
 }
 
 }  // namespace
