@@ -1,6 +1,20 @@
 # bash completion for lanscout
+
+# Offers those words that begin with the first argument. Not by compgen -W, which would expand what
+# stands in them: the name of an interface may have any text.
+_lanscout_offer() {
+    local cur=$1 word
+    shift
+    for word in "$@"; do
+        [[ $word != "$cur"* ]] || COMPREPLY+=("$(printf %q "$word")")
+    done
+}
+
 _lanscout() {
-    local cur prev columns="ip port hardware mac maker kind protocols name model page interface"
+    local cur prev names
+    local columns="ip port hardware mac maker kind protocols name model page seenVia location serial
+        firmware reach sharedAddress otherIps ipv6 uuid udn macMaker claimedMac profiles xaddrs
+        deviceType firstSeen lastSeen"
     COMPREPLY=()
     cur=${COMP_WORDS[COMP_CWORD]}
     prev=${COMP_WORDS[COMP_CWORD-1]}
@@ -12,13 +26,15 @@ _lanscout() {
     fi
     case $prev in
         -i|--interface)
-            COMPREPLY=($(compgen -W "$(command ls /sys/class/net 2>/dev/null)" -- "$cur"))
+            mapfile -t names < <(command ls /sys/class/net 2>/dev/null)
+            _lanscout_offer "$cur" "${names[@]}"
             return ;;
         -a|--address)
-            COMPREPLY=($(compgen -W "$(ip -4 -o address show 2>/dev/null |
-                awk '{ sub("/.*", "", $4); print $4 }')" -- "$cur"))
+            mapfile -t names < <(ip -4 -o address show 2>/dev/null |
+                awk '{ sub("/.*", "", $4); print $4 }')
+            _lanscout_offer "$cur" "${names[@]}"
             return ;;
-        -t|--timeout|--max-time)
+        -t|--timeout|--max-time|--to|--rate|--source-port|--at-once)
             return ;;
         --only)
             COMPREPLY=($(compgen -W "onvif upnp" -- "$cur"))
@@ -29,13 +45,13 @@ _lanscout() {
         --color)
             COMPREPLY=($(compgen -W "auto always never" -- "$cur"))
             return ;;
-        --html|-c|--compare)
+        --html|-c|--compare|--state|--config)
             compopt -o filenames 2>/dev/null
-            COMPREPLY=($(compgen -f -- "$cur"))
+            mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return ;;
     esac
-    COMPREPLY=($(compgen -W "--help --version --interface --address --timeout --max-time --only
-        --table --plain --json --jsonl --csv --html --sort --color --quiet --verbose --no-progress
-        --watch --compare" -- "$cur"))
+    COMPREPLY=($(compgen -W "--help --version --interface --address --to --ipv4 --ipv6 --timeout
+        --max-time --only --rate --source-port --at-once --table --plain --json --jsonl --csv --html
+        --sort --color --quiet --verbose --no-progress --watch --state --compare --config" -- "$cur"))
 }
 complete -F _lanscout lanscout
