@@ -128,6 +128,7 @@ void AddTaskOptions(CLI::App& app, Options& options, Flags& flags) {
                    "Read options from this file too, a line each: timeout=5; --watch reads it "
                    "again at SIGHUP")
         ->option_text("FILE");
+    app.allow_config_extras(CLI::config_extras_mode::error);
 }
 
 std::string ChosenFormat(const Flags& flags) {
@@ -209,8 +210,9 @@ void Complete(const CLI::App& app, const Flags& flags, Options& options) {
         output.colour = flags.colour == "always" ? When::Always : When::Never;
     }
     if (app.count("--watch") > 0) {
-        options.watch =
-            std::chrono::seconds(flags.watch.empty() ? kDefaultWatchSeconds : flags.watch.front());
+        // CLI11 makes 0 of a number that was left out; nobody can ask for 0.
+        const int seconds = flags.watch.empty() ? 0 : flags.watch.front();
+        options.watch = std::chrono::seconds(seconds == 0 ? kDefaultWatchSeconds : seconds);
     }
     if (app.count("--config") > 0) {
         options.config = app.get_option("--config")->as<std::string>();

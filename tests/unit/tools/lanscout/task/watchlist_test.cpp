@@ -109,4 +109,3 @@ TEST(Watch, FloodIsNotKept) {
     EXPECT_TRUE(list.IsFull());
     EXPECT_EQ(list.Devices().size(), WatchList::kMostDevices);
 }
-
