@@ -23,10 +23,10 @@ constexpr const char* kScopesQuery =
 constexpr std::string_view kHardwareScope = "onvif://www.onvif.org/hardware/";
 constexpr std::string_view kHttpScheme = "http://";
 
-// What one query may cost, in libxml2's operations, where elements stand inside others of their
-// name. libxml2 merges the descendants of such matches in quadratic time, so that 4096 bytes of
-// nested ProbeMatches would take 30 ms. A device's reply takes some hundred operations and nests
-// nothing; the dearest reply that nests nothing takes less than 1 ms and is left alone.
+// How many of libxml2's operations one query may take if elements contain others of the same name.
+// libxml2 needs quadratic time for those: 4096 bytes of nested ProbeMatches would take 30 ms.
+// A device's reply nests nothing and takes some hundred operations. Without nesting even the most
+// expensive reply takes less than 1 ms, and has no limit.
 constexpr unsigned long kMaxNestedOperations = 5000;
 
 const xmlChar* XmlText(const char* text) {
@@ -49,9 +49,9 @@ bool HasNamesakeAbove(const xmlNode* element) {
     return above->type == XML_ELEMENT_NODE;
 }
 
-// An element without a name is what libxml2 makes of one when memory runs out, and still calls the
-// document whole; local-name() would then read through the null pointer. The parser has bounded the
-// depth.
+// When memory runs out, libxml2 may leave an element without a name and still call the document
+// complete; local-name() would then read through the null pointer. The parser has limited the depth
+// of this recursion.
 bool HasNamelessElement(const xmlNode* node) {
     for (; node != nullptr; node = node->next) {
         if (node->type == XML_ELEMENT_NODE &&
@@ -71,9 +71,9 @@ bool NestsNamesakes(const xmlNode* element) {
     return false;
 }
 
-// The default build keeps the documents and the results of successful queries, one reply a camera:
-// a lifetime that is meant, not a leak to be mended. It also keeps the context of a query that
-// yields nothing, which in the bounded build no sender may bring about for good.
+// The default build deliberately keeps the documents and the results of successful queries, one
+// reply per camera: this is no leak to fix. It also keeps the context of a query that fails. The
+// bounded build frees all of them, so that no sender can fill the memory.
 struct FreeInBoundedBuild {
     void operator()(xmlDoc* doc) const {
         if constexpr (kBounded) {
@@ -139,8 +139,8 @@ int WSDiscoveryBase::GetXmlNodeSet(xmlDoc* doc, const std::string& xpath, xmlXPa
         WS_LOG(LOG_LEVEL_NOTICE, "Error: unable to get xml root element.\n");
         return -1;  // the context is kept, as on the other early return
     }
-    // From the root's own namespace on: declarations written before it are left out, and the
-    // queries, which go by local names, do not need them.
+    // Begins at the root's own namespace, so declarations written before it are left out. The
+    // queries use local names and do not need them.
     for (const xmlNs* ns = root->ns; ns != nullptr; ns = ns->next) {
         if (xmlXPathRegisterNs(context, ns->prefix, ns->href) != 0) {
             WS_LOG(LOG_LEVEL_INFO, "Unable to register xml namespace [%s, %s].\n",
@@ -155,7 +155,7 @@ int WSDiscoveryBase::GetXmlNodeSet(xmlDoc* doc, const std::string& xpath, xmlXPa
         return -1;
     }
     xmlXPathFreeContext(context);
-    if (result == nullptr) {  // excluded above; stands guard should the order change
+    if (result == nullptr) {  // cannot be, see above; a guard if the order changes
         WS_LOG(LOG_LEVEL_NOTICE, "Error: xmlXPathEvalExpression return NULL.\n");
         return -1;
     }
@@ -189,8 +189,8 @@ void WSDiscoveryBase::ParsePortFromXAddrs(const std::string& xaddrs, std::string
     if (scheme != std::string::npos) {
         kept.erase(0, scheme + kHttpScheme.size());
     }
-    // The first colon and the first slash decide: callers rely on what that gives for addresses
-    // with https, an IPv6 literal or no path.
+    // Deliberately simple and frozen: the first colon and the first slash count. Callers rely on
+    // the result, also for addresses with https, an IPv6 literal or no path.
     const std::size_t colon = kept.find(':');
     const std::size_t slash = kept.find('/');
     if (colon == std::string::npos || slash == std::string::npos || colon > slash) {

@@ -1,4 +1,4 @@
-// The clock that nobody can set, by which a bounded search ends and spaces its Probes.
+// The monotonic clock, which nobody can set. A bounded search ends, and spaces its Probes, by it.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +12,8 @@ inline std::int64_t MonotonicMicroseconds() {
     return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
 }
 
-// When this thread began to probe, by the clock that nobody can set; 0 on a thread that is not a
-// discovery thread inside its cycles.
+// When this thread began to probe, by the monotonic clock; 0 on every thread that is not a
+// discovery thread inside its cycles, and in the default build.
 inline thread_local std::int64_t t_probingSince = 0;
 
 class ProbingSince {

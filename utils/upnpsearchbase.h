@@ -10,7 +10,7 @@
 
 #include "utils/upnp16.h"
 
-// One UPnP search on one local interface. A derived class says what happens with a device:
+// One UPnP search on one local interface. Derived classes decide what to do with each device:
 //
 //     class MediaFinder : public UpnpSearchBase {
 //     public:
@@ -37,15 +37,15 @@
 // "libupnp's threads": the worker threads of libupnp, between StartSearch and the return of
 // StopSearch, and several at once; OnDeviceDiscovered runs on them, so it does its own locking.
 //
-// libupnp is one per process: only one object may be between StartSearch and StopSearch at a time,
-// and another user of libupnp in the process is one too many. A StartSearch that finds libupnp in
-// use fails, and ends it for the other.
+// There is one libupnp per process: only one object may be between StartSearch and StopSearch at a
+// time, and no other code of the process may use libupnp meanwhile. A StartSearch that finds
+// libupnp in use fails, and ends it for the other user.
 //
 // One object serves one search. Neither StopSearch nor StartSearch forgets the seconds that were
-// searched and the devices that were seen, so an object that is started again goes on where it was:
-// once its time is spent it searches no more.
+// searched and the devices that were seen. So an object that is started again goes on where it was;
+// when its time is spent, it searches no more.
 //
-// Nothing here throws, but the constructor when memory runs out. A failure is told by the result.
+// Only the constructor throws, when memory runs out. The result of an operation says if it failed.
 class [[gnu::visibility("default")]] UpnpSearchBase {
 public:
     // strIp: the local interface's IPv4 address, dotted-decimal. port: where libupnp listens, of
@@ -87,7 +87,7 @@ protected:
     // one. 0 when the event was taken (of use or not), -1 when it was refused. libupnp's threads.
     static int CallbackHandler(Upnp_EventType_e type, void* event, void* cookie) noexcept;
 
-    // Whether the location was seen before; marks it as seen. Compared byte for byte. Any thread.
+    // Whether the location was seen before. Marks it as seen. Compared byte for byte. Any thread.
     bool IsDeviceAlreadyDiscovered(const char* location);
 
     // The text of the first element strTag that is written exactly <strTag>text</strTag>, without

@@ -90,7 +90,7 @@ private:
     int m_fd;
 };
 
-// The members that are read or written without the lock on one side.
+// For members that one side reads or writes without the lock.
 template <typename T>
 T LoadRelaxed(T& shared) {
     return std::atomic_ref<T>(shared).load(std::memory_order_relaxed);
@@ -114,7 +114,7 @@ void Release(std::string& text) {
     std::string().swap(text);
 }
 
-// No child that another thread of the process starts meanwhile shall inherit the socket.
+// A child that another thread of the process starts meanwhile must not inherit the socket.
 int OpenDatagramSocket() {
     const int sock = socket(AF_INET, SOCK_DGRAM, 0);
     if (sock >= 0) {
@@ -137,7 +137,7 @@ std::string FormatMac(const sockaddr& hardware) {
 WSDiscoveryBase::WSDiscoveryBase(std::string strIp, int timeout)
     : m_timeout(timeout), m_bRunning(false), m_startTime(0), m_strIp(std::move(strIp)) {
     pthread_mutex_init(&m_mutex, nullptr);
-    _tag_NETINFO_ netinfo;  // not initialised: filling it is the host's part
+    _tag_NETINFO_ netinfo;  // not initialised: the host fills it in
     if (SDKFuncData::NetGetCard1(m_strIp, netinfo) == 1 && netinfo.bUsable != 0) {
         m_strIfName = static_cast<const char*>(netinfo.szName);
     } else {
@@ -146,8 +146,8 @@ WSDiscoveryBase::WSDiscoveryBase(std::string strIp, int timeout)
     m_thread = 0;
 }
 
-// The lock comes after list and texts are gone, as the last act: whoever is still inside is waited
-// for. Hence the explicit releases; a member would outlive this body.
+// Last, when list and texts are gone, the lock waits for a thread that is still inside. Hence the
+// explicit releases: the members' own destructors run after this body.
 WSDiscoveryBase::~WSDiscoveryBase() {
     StopSearch();
     std::vector<ONVIF_CAM_SEARCH_INFO>().swap(m_vecCamInfo);
@@ -163,16 +163,16 @@ int WSDiscoveryBase::StartSearch() {
     pthread_t thread = 0;
     const int error = pthread_create(&thread, nullptr, ThreadFunc, this);
     if (error != 0) {
-        // m_bRunning stays true: after a failed start the object answers "running" for good, and
-        // callers know that from StartSearch's result.
+        // m_bRunning deliberately stays true: callers learn of the failure from this result, and
+        // the header says that IsRunning answers true from then on.
         WS_LOG(LOG_LEVEL_ERROR, "Create Thread Failed: [%d]\n", error);
         return -1;
     }
-    m_thread = thread;  // only a thread that exists, so that a join never meets garbage
+    m_thread = thread;  // stored only when there is a thread to be joined
     return 0;
 }
 
-// Joins without asking the thread to hurry: only the duration or a failed send ends a search.
+// Only waits: nothing but the end of the duration or a failed send ends a search.
 int WSDiscoveryBase::StopSearch() {
     if (m_thread != 0) {
         pthread_join(m_thread, nullptr);
@@ -253,7 +253,7 @@ void* WSDiscoveryBase::ThreadFunc(void* arg) {
         WS_LOG(LOG_LEVEL_INFO, "Total camera found: %d\n",
                static_cast<int>(search.m_vecCamInfo.size()));
     } catch (const std::bad_alloc&) {
-        // It ends without this line.
+        // The search ends without this line.
     }
     return nullptr;
 }
@@ -269,15 +269,15 @@ void WSDiscoveryBase::RunCycles(int sock, std::map<std::string, std::string>& re
         listed.insert(info.strIp);
     }
     std::int64_t lastPair = 0;
-    // The running flag is not asked: only the duration or a failed send ends a search.
+    // The running flag does not count here: only the duration or a failed send ends a search.
     while (!IsTimeout()) {
         if constexpr (kBounded) {
             // A wall clock that was set back lengthens the duration, but not for ever.
             if (IsOverdue()) {
                 return;
             }
-            // An empty datagram ends the receive below at once; without the pace, whoever sends
-            // them makes this loop multicast as fast as it can.
+            // An empty datagram ends the receive below at once. Without this pause, a sender of
+            // many would make the loop multicast as fast as it can.
             PaceProbes(lastPair);
         }
         // Both in every cycle, NVT first.
@@ -299,7 +299,7 @@ void WSDiscoveryBase::ListReplies(std::map<std::string, std::string>& replies,
         std::string port = kDefaultPort;
         std::string hardware;
         std::string mac = kUnknownMac;
-        // Whatever of the two fails, the camera is listed with what is preset here.
+        // If one of the two fails, the camera is listed with what is preset above.
         GetMACAddr(ip, mac);
         ParseProbeMatchMessage(ip, reply, port, hardware);
         WS_LOG_OF("ThreadFunc", LOG_LEVEL_INFO,
@@ -319,8 +319,8 @@ void WSDiscoveryBase::AppendCam(const std::string& ip, const std::string& port,
     info.strProtocol = "ONVIF";
     info.strHardware = hardware;
     info.strIp = ip;
-    // Unchecked, as callers know it: no digits give 0, trailing characters are left out, and what
-    // exceeds 32 bits is cut to them.
+    // Deliberately not checked, since callers rely on it: no digits give 0, what follows the digits
+    // is ignored, and larger numbers are cut to 32 bits.
     info.nPort = static_cast<int>(strtol(port.c_str(), nullptr, 10));
     info.strMac = mac;
     const MutexLock lock(m_mutex);
@@ -333,8 +333,8 @@ void WSDiscoveryBase::GenerateUUID(std::string& uuid) {
     const std::uint32_t time = static_cast<std::uint32_t>(now.tv_sec) * 1'000'000U +
                                static_cast<std::uint32_t>(now.tv_usec);
     srand(static_cast<std::uint32_t>(getpid()) * time);
-    // The moduli are 65535 and 16383 and the last value drawn comes first: ids look as they always
-    // did, and a plain group never reads "ffff".
+    // The moduli 65535 and 16383 and the order, last value first, are deliberate: ids keep the form
+    // that they always had. So a plain group is never "ffff".
     unsigned int drawn[8];
     for (unsigned int& value : drawn) {
         value = static_cast<unsigned int>(rand()) % 65535U;
@@ -418,8 +418,8 @@ void WSDiscoveryBase::RecvProbeMatchMessage(int sock, std::map<std::string, std:
     socklen_t senderLength = sizeof(sender);
     char buffer[kMaxDatagramBytes + 1];
     for (;;) {
-        // The only way out of the default build: a receive that yields nothing. Whoever sends at
-        // least every 3 seconds holds it.
+        // In the default build this loop ends only when nothing is received. A sender that sends
+        // at least every 3 seconds keeps it going.
         const ssize_t received = recvfrom(sock, buffer, kMaxDatagramBytes, 0,
                                           reinterpret_cast<sockaddr*>(&sender), &senderLength);
         if (received <= 0) {
@@ -428,7 +428,7 @@ void WSDiscoveryBase::RecvProbeMatchMessage(int sock, std::map<std::string, std:
         buffer[received] = '\0';
         char ip[INET_ADDRSTRLEN];
         inet_ntop(AF_INET, &sender.sin_addr, ip, sizeof(ip));
-        // The first reply of a sender wins, also over its answer to the other Probe.
+        // The first reply of a sender counts. Its answer to the other Probe is dropped.
         if constexpr (kBounded) {
             if (replies.size() < kMaxSenders) {
                 replies.try_emplace(ip, static_cast<const char*>(buffer));
@@ -457,12 +457,12 @@ int WSDiscoveryBase::GetMACAddr(const std::string& ip, std::string& mac) {
         return -1;
     }
     const Descriptor owner(sock);
-    // Interface names fit; the bound is for a host that hands out something else.
+    // Interface names fit; the limit is for a host that returns something else.
     m_strIfName.copy(request.arp_dev, sizeof(request.arp_dev) - 1);
     for (int attempt = 0; attempt < kArpAttempts; ++attempt) {
         if (ioctl(sock, SIOCGARP, &request) < 0 && errno == ENXIO) {
-            // Up to three seconds an address: senders who do not exist would hold the search for
-            // days.
+            // arping takes up to three seconds for each address: forged senders would hold the
+            // search for days.
             if (kBounded && IsOverdue()) {
                 return -1;
             }
@@ -471,8 +471,8 @@ int WSDiscoveryBase::GetMACAddr(const std::string& ip, std::string& mac) {
                 WS_LOG(LOG_LEVEL_INFO, "Failed to update arp table.\n");
             }
         }
-        // Also after a failed query, with the flags of the last one that succeeded: what arping
-        // made the kernel learn is seen by the next attempt.
+        // Checked after a failed query too, with the flags of the last one that succeeded. What
+        // the kernel has learned through arping is seen by the next attempt.
         if ((request.arp_flags & ATF_COM) != 0) {
             mac = FormatMac(request.arp_ha);
             return 0;

@@ -55,17 +55,17 @@ enum ONVIF_PROBE_TYPE : int {
 // destruction. "Owner": by one thread of the caller's at a time, and never by the discovery thread.
 // "Discovery thread": the one thread that StartSearch creates; it alone adds to the result list.
 //
-// A search takes its duration and up to 3 seconds of quiet network more, and nothing cuts it short.
-// First results come after the first 3 seconds in which no reply arrives. An address carries one
-// search at a time, for the socket is bound to its port 3702; a second one ends at once, without
-// results, and says why in the log.
+// A search takes its duration, and then goes on until the network was quiet for 3 seconds. Nothing
+// cuts it short. The first results come after the first 3 seconds in which no reply arrives. There
+// is one search per address at a time, because its socket is bound to port 3702 of the address; a
+// second one ends at once, without results, and says why in the log.
 //
 // Nothing here throws. A failure is logged where it is found and reported by the result.
 class [[gnu::visibility("default")]] WSDiscoveryBase {
 public:
     // strIp: the local interface's IPv4 address, dotted-decimal. timeout: the duration of a search
-    // in whole seconds; a negative one searches not at all. Never fails towards the caller: an
-    // address that no interface carries is logged here, and makes the search end at once.
+    // in whole seconds; with a negative one there is no search. The caller sees no failure: an
+    // address that no interface has is logged here, and makes the search end at once.
     WSDiscoveryBase(std::string strIp, int timeout);
 
     // Waits for the discovery thread (as StopSearch does), then releases everything. Owner.
@@ -81,7 +81,7 @@ public:
     int StartSearch();
 
     // Waits until the discovery thread has ended, which is when the duration has passed or a send
-    // fails; does not ask it to hurry. Always 0, at once if there is no thread. Owner.
+    // fails; does not shorten the search. Always 0, at once if there is no thread. Owner.
     int StopSearch();
 
     // Whether a search runs: true from StartSearch until the discovery thread ends. Any thread.
@@ -119,17 +119,18 @@ protected:
     [[gnu::visibility("hidden")]] void ListReplies(std::map<std::string, std::string> & replies,
                                                    std::unordered_set<std::string> & listed);
 
-    // Whether a search has gone on so long beyond its duration that a bounded build ends what may
-    // take for ever. The discovery thread counts by a clock that nobody can set; elsewhere only the
-    // wall clock is known.
+    // Whether the duration was over so long ago (kOverdueSeconds) that a bounded build ends the
+    // search. On the discovery thread of a bounded build by the monotonic clock, which nobody can
+    // set; elsewhere by the wall clock.
     bool IsOverdue();
 
     // Appends one record to the result list, under the lock. Discovery thread.
     void AppendCam(const std::string& ip, const std::string& port, const std::string& hardware,
                    const std::string& mac);
 
-    // The operations below use the object's address and interface name at most, and are the
-    // discovery thread's. Those that return int return 0 on success and -1 on failure.
+    // The operations below are for the discovery thread. They use nothing of the object but its
+    // address and the name of its interface. Those that return int return 0 on success and -1 on
+    // failure.
 
     // Replaces `uuid` by a new random id of 36 characters (RFC 4122 version 4 in form). Reseeds the
     // process-wide rand().
@@ -154,8 +155,8 @@ protected:
     void ParseProbeMatchMessage(const std::string& ip, const std::string& reply, std::string& port,
                                 std::string& hardware);
 
-    // Evaluates an XPath expression. 0 when it matched a node, and `result` is the caller's. On -1
-    // `result` must not be used: it may point to a freed object.
+    // Evaluates an XPath expression. 0 when it matched a node; `result` then belongs to the caller.
+    // On -1 `result` must not be used: it may point to a freed object.
     int GetXmlNodeSet(xmlDoc * doc, const std::string& xpath, xmlXPathObject*& result);
 
     // The text of a node and its descendants. On failure empty, or untouched for a null node.
@@ -167,8 +168,8 @@ protected:
     // The value of the first hardware scope in a Scopes list (ONVIF Core, device scopes).
     void ParseHardwareFromScopes(const std::string& scopes, std::string& hardware);
 
-    // The MAC address of a neighbour from the kernel's ARP cache, running arping on a miss; up to 3
-    // seconds. `mac` is written on success alone.
+    // The MAC address of a neighbour, from the kernel's ARP cache. If it is not there, runs arping,
+    // which takes up to 3 seconds. `mac` is written only on success.
     int GetMACAddr(const std::string& ip, std::string& mac);
 
     pthread_mutex_t m_mutex;  // guards m_bRunning and m_vecCamInfo

@@ -27,8 +27,8 @@ using std::chrono::milliseconds;
 
 constexpr int kNotRun = -1;
 
-// A killed program is gone at once, unless it is stuck in the kernel, for which there is no remedy
-// but not to wait.
+// A killed program ends at once, unless it is stuck in the kernel. Then nobody waits for it longer
+// than this.
 constexpr milliseconds kKilledLimit{1000};
 
 std::atomic<StandaloneHost::ProcessRunner> g_runner = nullptr;  // null: RunProgram
@@ -44,8 +44,8 @@ public:
     SpawnActions(const SpawnActions&) = delete;
     SpawnActions& operator=(const SpawnActions&) = delete;
 
-    // 0, 1 and 2 from and to /dev/null and nothing else, whatever the host left without
-    // close-on-exec.
+    // The program gets /dev/null as its descriptors 0, 1 and 2 and no other descriptor, also none
+    // that the host has left without close-on-exec.
     bool DetachDescriptors() {
         constexpr char kNull[] = "/dev/null";
         return m_bReady &&
@@ -90,8 +90,7 @@ private:
     bool m_bReady;
 };
 
-// The program's environment is fixed: it depends on nothing in the host's, and the host's, which
-// another thread may be changing, is not read.
+// The program gets a fixed environment. The host's is not read: another thread may be changing it.
 pid_t Spawn(const char* path, char* const* arguments) {
     char searchPath[] = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
     char locale[] = "LC_ALL=C";
@@ -106,7 +105,7 @@ pid_t Spawn(const char* path, char* const* arguments) {
     return pid;
 }
 
-// A child process that this thread waits for. Its process id alone does not do: where the host
+// A child process that this thread waits for. Its process id is not enough: where the host
 // ignores SIGCHLD, or reaps children on another thread, the id is free for another process as soon
 // as the child has ended. A pidfd stays that of the child.
 class Child {
@@ -128,7 +127,7 @@ public:
                 return false;
             }
             if (m_fd < 0) {
-                // No pidfd to be had (no descriptor left, an old container's filter): look again
+                // There is no pidfd (no descriptor left, an old container's filter): look again
                 // soon.
                 std::this_thread::sleep_for(std::min(left, kLookAgain));
                 continue;
@@ -166,8 +165,8 @@ private:
                         : waitid(P_PIDFD, static_cast<id_t>(m_fd), &info, options);
     }
 
-    // Asked before anything is done to the process, so also a stranger that got the id of a child
-    // already gone is told from the child.
+    // Asked before anything is done to the process: if the child is gone already, its id may belong
+    // to a stranger by now.
     bool IsRunning() const {
         siginfo_t info{};
         return Wait(info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;

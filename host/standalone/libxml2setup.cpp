@@ -2,7 +2,7 @@
 
 namespace {
 
-// libxml2's own set-up is not safe against two threads that parse for the first time at once. The
+// libxml2 sets itself up when it is first used, which is not safe if two threads do so at once. The
 // loader runs this before any search thread can exist. The matching clean-up is never called: the
 // rest of the process may use libxml2 too.
 [[gnu::constructor]] void SetUpLibxml2() {

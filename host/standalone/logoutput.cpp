@@ -129,7 +129,7 @@ void InForkedChild() {
     std::construct_at(&g_standardError);
 }
 
-// After the local time's, which is at 101 and says why.
+// After the handlers of zelprintf.cpp, which are at 101; the reason stands there.
 [[gnu::constructor(102)]] void LookAfterForks() {
     pthread_atfork(BeforeFork, InForkingProcess, InForkedChild);
 }

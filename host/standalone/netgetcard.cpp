@@ -66,8 +66,8 @@ int SDKFuncData::NetGetCard1(const std::string& strIp, _tag_NETINFO_& info) {
         return 0;
     }
     _tag_NETINFO_ found{};
-    // Up, not running: an unplugged cable may be plugged in again, and the name, which is what the
-    // callers want and ask for but once, is right all the same.
+    // IFF_UP and not IFF_RUNNING: a cable may be plugged in again later, and callers ask only once.
+    // They want the name, which is right either way.
     found.bUsable = (entry->ifa_flags & IFF_UP) != 0 ? 1 : 0;
     name.copy(found.szName, sizeof found.szName - 1);
     found.nIndex = IndexOf(*device, found.szName);

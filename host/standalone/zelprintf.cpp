@@ -21,8 +21,8 @@ namespace {
 // while another thread holds it would wait for it for ever.
 std::mutex g_localTime;
 
-// Before the log output's, which is at 102: a fork takes the locks in the reverse order, the sink's
-// first and this one second, as a sink that logs or forks does.
+// Before the handlers of logoutput.cpp, which are at 102. A fork takes the locks in the reverse
+// order, the sink's first and this one second, as a sink that logs or forks does.
 [[gnu::constructor(101)]] void LookAfterForks() {
     pthread_atfork([] { g_localTime.lock(); }, [] { g_localTime.unlock(); },
                    [] { g_localTime.unlock(); });
@@ -78,7 +78,7 @@ __attribute__((format(printf, 2, 0))) void AppendFormatted(LogText& line, const 
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller's va_start is not understood
     const int length = std::vsnprintf(local, sizeof local, format, arguments);
     if (length < 0) {
-        AppendMessage(line, format);  // it cannot be formatted; what was to be said is in it
+        AppendMessage(line, format);  // it cannot be formatted, so its format has to do
     } else if (const auto size = static_cast<std::size_t>(length); size < sizeof local) {
         AppendMessage(line, {local, size});
     } else if (const std::unique_ptr<char[]> message(new (std::nothrow) char[size + 1]); message) {
