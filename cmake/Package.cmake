@@ -1,5 +1,5 @@
-# The Debian packages: liblanscout1, liblanscout-dev and lanscout, one a component. scripts/package
-# builds them.
+# The Debian packages: liblanscout1, liblanscout-dev, lanscout and lanscout-sim, one a component.
+# scripts/package builds them.
 set(lanscout_soname_package liblanscout${PROJECT_VERSION_MAJOR})
 set(lanscout_deb_version ${PROJECT_VERSION}-1)
 
@@ -34,6 +34,7 @@ endfunction()
 lanscout_package(runtime ${lanscout_soname_package})
 lanscout_package(development liblanscout-dev)
 lanscout_package(tools lanscout)
+lanscout_package(simulator lanscout-sim)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lanscout)
@@ -46,7 +47,7 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_COMPONENTS_ALL runtime development tools simulator)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
@@ -87,10 +88,19 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lanscout)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${lanscout_soname_package} (= ${lanscout_deb_version})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "iputils-arping, ieee-data")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS lanscout-sim)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-"search for IP cameras and UPnP devices - command-line tools
+"search for IP cameras and UPnP devices - command-line tool
 lanscout searches all local IPv4 networks for ONVIF cameras and UPnP devices
-and prints a table of them, or JSON, CSV or an HTML page.
+and prints a table of them, or JSON, CSV or an HTML page.")
 
-lanscout-sim is a network of simulated cameras to try it on.")
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_NAME lanscout-sim)
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SECTION net)
+set(CPACK_COMPONENT_SIMULATOR_DESCRIPTION
+"network of simulated IP cameras and UPnP devices
+Up to thousands of ONVIF cameras and UPnP devices in one process, for tests of
+programs that search for them. They speak WS-Discovery, SSDP, ARP and HTTP as
+real devices do, each at its own address in a network namespace, or at loopback
+addresses without privileges. Losses, delays and misbehaviour are had on
+request, and a seed repeats a run.")
 include(CPack)
