@@ -10,6 +10,8 @@
 #include <charconv>
 #include <cstdlib>
 
+#include "tools/lanscout-sim/onvif/reply.h"
+
 namespace lansim {
 namespace {
 
@@ -38,12 +40,16 @@ constexpr const char* kExamples = R"(Examples:
 LANSCOUT_SIM_ADDRESS in the command's environment is the address to search from.
 )";
 
-std::string Footer() {
-    std::string text = "Misbehaviours (--misbehave KIND=SHARE):\n";
+std::string MisbehaviourList() {
+    std::string text;
     for (const auto& entry : MisbehaviourNames()) {
         text += fmt::format("  {:<28}{}\n", entry.name, entry.meaning);
     }
-    return text + "\n" + kExamples;
+    return text;
+}
+
+std::string Footer() {
+    return "Misbehaviours (--misbehave KIND=SHARE):\n" + MisbehaviourList() + "\n" + kExamples;
 }
 
 std::string CheckShare(const std::string& text) {
@@ -165,6 +171,19 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
         ->check(CLI::Range(0, 60000).description(""))
         ->capture_default_str()
         ->type_name("MS");
+    app.add_option("--shapes", options.shapes,
+                   "shapes of the generated cameras' replies, as in 0,2; all of them otherwise")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::Range(0U, ShapeCount() - 1).description(""))
+        ->type_name("N,...");
+    app.add_flag_callback(
+        "--list-misbehaviours",
+        [] {
+            fmt::print("{}", MisbehaviourList());
+            throw CLI::Success();
+        },
+        "print the kinds of misbehaviour with their meanings, and end");
     app.add_flag("--lenient", options.isLenient,
                  "answer Probes and searches that a strict device does not");
     app.add_option("--netns", options.netns, "name of the namespace, as for ip netns")

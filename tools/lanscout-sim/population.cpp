@@ -130,8 +130,11 @@ private:
     std::set<Ipv4> m_taken;
 };
 
-void FillIn(Camera& camera, std::size_t number, Random& random) {
-    const auto shape = static_cast<unsigned>(random.Below(ShapeCount()));
+void FillIn(Camera& camera, std::size_t number, const std::vector<unsigned>& shapes,
+            Random& random) {
+    const auto draw = random.Next();
+    const auto shape =
+        static_cast<unsigned>(shapes.empty() ? draw % ShapeCount() : shapes[draw % shapes.size()]);
     const auto model = random.Below(3);
     const auto uuid = random.Uuid();
     if (camera.uuid.empty()) {
@@ -207,7 +210,7 @@ void MakeCameras(const PopulationRequest& request, Addresses& addresses, Random&
             camera.ip =
                 camera.isForeign ? addresses.TakeNextForeign() : addresses.TakeNext(cameras.size());
         }
-        FillIn(camera, i, random);
+        FillIn(camera, i, request.shapes, random);
         if (camera.port == 0) {
             camera.port = kMakers.at(camera.shape % kMakers.size()).port;
         }

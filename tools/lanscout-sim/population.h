@@ -23,6 +23,7 @@ struct PopulationRequest {
     std::uint64_t seed = 1;
     std::vector<Camera> named;              // from a scenario; what they leave open is filled in
     std::vector<UpnpDevice> namedUpnp;      // likewise
+    std::vector<unsigned> shapes;           // that generated cameras have; none: all
     std::vector<MisbehaviourShare> shares;  // of the generated cameras and UPnP devices
 };
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "tools/lanscout-sim/base/setuperror.h"
+#include "tools/lanscout-sim/devicejson.h"
 
 namespace lansim {
 
@@ -10,45 +11,20 @@ using nlohmann::ordered_json;
 
 namespace {
 
-ordered_json KindsOf(const std::set<Misbehaviour>& misbehaviours) {
-    auto kinds = ordered_json::array();
-    for (const auto kind : misbehaviours) {
-        kinds.push_back(NameOf(kind));
-    }
-    return kinds;
-}
-
+// The truth about a device, and what became of it.
 ordered_json ReportOf(const Camera& camera) {
-    return {{"kind", "onvif"},
-            {"name", camera.name},
-            {"maker", camera.maker},
-            {"ip", camera.hasIpv4 ? ordered_json(ToText(camera.ip)) : ordered_json()},
-            {"ipv6", camera.ipv6 ? ordered_json(ToText(*camera.ipv6)) : ordered_json()},
-            {"mac", ToText(camera.mac)},
-            {"port", camera.port},
-            {"foreign", camera.isForeign},
-            {"hardware", camera.hardware},
-            {"uuid", camera.uuid},
-            {"misbehaviours", KindsOf(camera.misbehaviours)},
-            {"probesSeen", camera.probesSeen},
-            {"repliesSent", camera.repliesSent}};
+    auto report = TruthOf(camera);
+    report.update({{"probesSeen", camera.probesSeen}, {"repliesSent", camera.repliesSent}});
+    return report;
 }
 
 ordered_json ReportOf(const UpnpDevice& device) {
-    return {{"kind", "upnp"},
-            {"name", device.name},
-            {"maker", device.maker},
-            {"model", device.model},
-            {"ip", ToText(device.ip)},
-            {"mac", ToText(device.mac)},
-            {"port", device.port},
-            {"location", LocationOf(device)},
-            {"uuid", device.uuid},
-            {"misbehaviours", KindsOf(device.misbehaviours)},
-            {"searchesSeen", device.searchesSeen},
-            {"answersSent", device.answersSent},
-            {"advertisementsSent", device.advertisementsSent},
-            {"descriptionsServed", device.descriptionsServed}};
+    auto report = TruthOf(device);
+    report.update({{"searchesSeen", device.searchesSeen},
+                   {"answersSent", device.answersSent},
+                   {"advertisementsSent", device.advertisementsSent},
+                   {"descriptionsServed", device.descriptionsServed}});
+    return report;
 }
 
 template <typename Reason>
@@ -61,6 +37,17 @@ ordered_json ByReason(const std::map<Reason, std::uint64_t>& refused) {
 }
 
 }  // namespace
+
+ordered_json Truth(const Population& population) {
+    auto devices = ordered_json::array();
+    for (const auto& camera : population.cameras) {
+        devices.push_back(TruthOf(camera));
+    }
+    for (const auto& device : population.upnpDevices) {
+        devices.push_back(TruthOf(device));
+    }
+    return {{"devices", devices}};
+}
 
 ordered_json DevicesReport(const Population& population) {
     auto devices = ordered_json::array();
@@ -103,8 +90,8 @@ ordered_json CountsReport(const AllCounts& counts) {
 }
 
 void WriteReport(const ordered_json& report, OutputFile& file) {
-    // What a scenario or a Probe brought may not be UTF-8.
-    file.Write(report.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n");
+    // What a scenario or a Probe brought may not be UTF-8, and may steer a terminal.
+    file.Write(report.dump(2, ' ', true, ordered_json::error_handler_t::replace) + "\n");
 }
 
 }  // namespace lansim

@@ -12,6 +12,9 @@
 
 namespace lansim {
 
+// Who is there, as a scenario that makes the same devices again.
+nlohmann::ordered_json Truth(const Population& population);
+
 // Who is there, with what became of each; the format is described in docs/simulator.md.
 nlohmann::ordered_json DevicesReport(const Population& population);
 

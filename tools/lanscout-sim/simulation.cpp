@@ -91,7 +91,7 @@ public:
     int Run() {
         MakeNetwork();
         if (m_devicesFile) {
-            WriteReport({{"devices", DevicesReport(m_population)}}, *m_devicesFile);
+            WriteReport(Truth(m_population), *m_devicesFile);
         }
         m_upnp->SayAlive(Clock::now());
         m_outbox.SendDue(Clock::now(), *m_network);
@@ -233,6 +233,7 @@ private:
         request.seed = m_options.seed;
         request.named = m_scenario.cameras;
         request.namedUpnp = m_scenario.upnpDevices;
+        request.shapes = m_options.shapes;
         request.shares = m_options.shares;
         m_population = MakePopulation(request);
         const double loss = m_options.probeLossPercent / 100;

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -38,6 +39,9 @@ struct Camera {
     std::vector<QualifiedName> otherTypes;  // a printer's, a PC's
     unsigned channels = 0;                  // further ProbeMatch of a recorder in the same reply
     std::optional<std::chrono::milliseconds> delay;  // empty: drawn for each Probe
+    // What a real device said, with @RELATES@, @UUID@ and @IP@ where this one says its own; null:
+    // the reply is made from the fields here.
+    std::shared_ptr<const std::string> recordedReply;
     std::set<Misbehaviour> misbehaviours;
     std::uint32_t metadataVersion = 1;
 

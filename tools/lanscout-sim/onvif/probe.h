@@ -6,6 +6,8 @@
 #include <variant>
 #include <vector>
 
+#include "tools/lanscout-sim/onvif/qualifiedname.h"
+
 namespace lansim {
 
 inline constexpr std::string_view kDiscoveryNs = "http://schemas.xmlsoap.org/ws/2005/04/discovery";
@@ -15,13 +17,6 @@ inline constexpr std::string_view kAddressingNs =
 inline constexpr std::string_view kDiscoveryTo = "urn:schemas-xmlsoap-org:ws:2005:04:discovery";
 inline constexpr std::string_view kOnvifNetworkNs = "http://www.onvif.org/ver10/network/wsdl";
 inline constexpr std::string_view kOnvifDeviceNs = "http://www.onvif.org/ver10/device/wsdl";
-
-// A name with the namespace that its prefix stood for.
-struct QualifiedName {
-    std::string uri;
-    std::string local;
-    bool operator==(const QualifiedName&) const = default;
-};
 
 enum class RequestKind { Probe, Resolve };
 

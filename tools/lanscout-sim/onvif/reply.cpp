@@ -232,7 +232,26 @@ const ReplyShape& ShapeOf(const Camera& camera) {
     return kReplyShapes.at(camera.shape % (isEdited ? kPlainShapes : kReplyShapes.size()));
 }
 
+void ReplaceAll(std::string& text, std::string_view what, const std::string& by) {
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at)) {
+        text.replace(at, what.size(), by);
+        at += by.size();
+    }
+}
+
+// What comes from the Probe goes in last, so that nothing in it is replaced.
+std::string FilledIn(const Camera& camera, const Probe& probe) {
+    std::string reply = *camera.recordedReply;
+    ReplaceAll(reply, "@UUID@", camera.uuid);
+    ReplaceAll(reply, "@IP@", ToText(camera.ip));
+    ReplaceAll(reply, "@RELATES@", EscapeXml(probe.messageId));
+    return reply;
+}
+
 std::string Render(const Camera& camera, const Probe& probe, const ReplyIds& ids) {
+    if (camera.recordedReply && probe.kind == RequestKind::Probe) {
+        return FilledIn(camera, probe);
+    }
     const ReplyShape& shape = ShapeOf(camera);
     const std::string relates = camera.Does(Misbehaviour::WrongRelatesTo)
                                     ? std::string(kNobodysMessage)

@@ -51,8 +51,29 @@ TEST(SimReport, DevicesTellWhatASearchShouldFind) {
     EXPECT_EQ(devices[0]["hardware"], "VQ-2041");
     EXPECT_THAT(devices[0]["misbehaviours"], ElementsAre("quiet-arp"));
     EXPECT_EQ(devices[1]["kind"], "upnp");
-    EXPECT_EQ(devices[1]["location"], "http://10.99.0.10:49152/description.xml");
+    EXPECT_EQ(devices[1]["descriptionUrl"], "http://10.99.0.10:49152/description.xml");
     EXPECT_THAT(devices[1]["misbehaviours"], SizeIs(0));
+}
+
+TEST(SimReport, TruthHasAllThatASearcherCouldKnow) {
+    auto population = CameraWithOtherSide();
+    auto& camera = population.cameras[0];
+    camera.name = "Gate";
+    camera.location = "Yard";
+    camera.uuid = "u-1";
+    camera.delay = std::chrono::milliseconds(5);
+    camera.otherTypes = {{"urn:a", "Computer"}};
+    const auto devices = Truth(population)["devices"];
+    EXPECT_EQ(devices[0]["endpoint"], "urn:uuid:u-1");
+    EXPECT_EQ(devices[0]["location"], "Yard");
+    EXPECT_THAT(devices[0]["types"],
+                ElementsAre("NetworkVideoTransmitter", "Device", "{urn:a}Computer"));
+    EXPECT_THAT(devices[0]["xaddrs"], ElementsAre("http://10.99.0.10:8080/onvif/device_service"));
+    EXPECT_THAT(devices[0]["scopes"], ::testing::Contains("onvif://www.onvif.org/name/Gate"));
+    EXPECT_EQ(devices[0]["delayMs"], 5);
+    EXPECT_EQ(devices[0]["shape"], 0);
+    EXPECT_FALSE(devices[0].contains("probesSeen")) << "that is no truth but a result";
+    EXPECT_EQ(devices[1]["type"], "urn:schemas-upnp-org:device:Basic:1");
 }
 
 TEST(SimReport, FileThatCannotBeWrittenIsNamed) {
