@@ -158,7 +158,7 @@ public:
             return;
         }
         // One machine may be several devices, each of which answered several Probes.
-        const auto key = device["ip"].dump() + device["mac"].dump() + device["endpoint"].dump();
+        const std::string key = ToText(from) + ToText(mac) + device["endpoint"].dump();
         if (m_known.insert(key).second) {
             m_devices.push_back(std::move(device));
         }
