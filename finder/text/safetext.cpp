@@ -32,6 +32,16 @@ Character CharacterAt(std::string_view text, std::size_t at) {
     return {code, static_cast<std::size_t>(length), true};
 }
 
+// More marks on one letter than any script needs would cover the lines above and below.
+constexpr int kMostMarks = 4;
+
+constexpr ucs4_t kBrailleBlank = 0x2800;
+
+// Has a width, or none, and nothing to see: fillers of scripts, joiners, selectors.
+bool IsBlankLooking(ucs4_t code) {
+    return code == kBrailleBlank || uc_is_property_default_ignorable_code_point(code);
+}
+
 bool IsShowable(ucs4_t code, Charset charset) {
     if (charset == Charset::Ascii && code > 0x7E) {
         return false;
@@ -39,7 +49,31 @@ bool IsShowable(ucs4_t code, Charset charset) {
     constexpr std::uint32_t kHidden = UC_CATEGORY_MASK_Cc | UC_CATEGORY_MASK_Cf |
                                       UC_CATEGORY_MASK_Cs | UC_CATEGORY_MASK_Cn |
                                       UC_CATEGORY_MASK_Zl | UC_CATEGORY_MASK_Zp;
-    return !uc_is_general_category_withtable(code, kHidden);
+    return !uc_is_general_category_withtable(code, kHidden) && !IsBlankLooking(code);
+}
+
+bool IsMark(ucs4_t code) {
+    return uc_is_general_category_withtable(code, UC_CATEGORY_MASK_M);
+}
+
+// Whether the text has anything to see but spaces, of which there are many kinds.
+bool HasInk(std::string_view text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const Character character = CharacterAt(text, at);
+        if (!uc_is_general_category_withtable(character.code, UC_CATEGORY_MASK_Zs)) {
+            return true;
+        }
+        at += character.length;
+    }
+    return false;
+}
+
+void AppendCode(std::string& shown, ucs4_t code) {
+    if (code < 0x80) {
+        fmt::format_to(std::back_inserter(shown), "\\x{:02x}", code);
+    } else {
+        fmt::format_to(std::back_inserter(shown), "\\u{{{:x}}}", code);
+    }
 }
 
 int WidthOf(ucs4_t code) {
@@ -101,19 +135,21 @@ std::string DecodePercent(std::string_view text) {
 std::string ForDisplay(std::string_view text, Charset charset) {
     std::string shown;
     shown.reserve(text.size());
+    const bool hasInk = HasInk(text);
+    int marks = 0;
     for (std::size_t at = 0; at < text.size();) {
         const Character character = CharacterAt(text, at);
+        marks = character.valid && IsMark(character.code) ? marks + 1 : 0;
+        const bool isBlank = !hasInk && character.code != ' ';
         if (!character.valid) {
             fmt::format_to(std::back_inserter(shown), "\\x{:02x}",
                            static_cast<unsigned char>(text[at]));
         } else if (character.code == '\\') {
             shown += "\\\\";
-        } else if (IsShowable(character.code, charset)) {
+        } else if (IsShowable(character.code, charset) && marks <= kMostMarks && !isBlank) {
             shown += text.substr(at, character.length);
-        } else if (character.code < 0x80) {
-            fmt::format_to(std::back_inserter(shown), "\\x{:02x}", character.code);
         } else {
-            fmt::format_to(std::back_inserter(shown), "\\u{{{:x}}}", character.code);
+            AppendCode(shown, character.code);
         }
         at += character.length;
     }

@@ -21,8 +21,10 @@ std::string ToKeptText(std::string_view bytes);
 // RFC 3986 percent-encoding undone; what is none stays.
 std::string DecodePercent(std::string_view text);
 
-// Text that moves no cursor, starts no escape sequence and turns no direction: control and format
-// characters, line separators and unassigned ones become \x1b or \u{202e}, a backslash is doubled.
+// Text that moves no cursor, starts no escape sequence, turns no direction, hides nothing and keeps
+// to its line: control and format characters, line separators, unassigned characters, those that
+// look like nothing, and marks beyond the fourth on one letter become \x1b or \u{202e}; so do all
+// spaces but the usual one in a text that has nothing else. A backslash is doubled.
 // With Charset::Ascii so does everything outside ASCII.
 std::string ForDisplay(std::string_view text, Charset charset = Charset::Utf8);
 

@@ -62,6 +62,31 @@ TEST(SafeText, AsciiTerminalGetsAscii) {
     EXPECT_EQ(ForDisplay("Tür", Charset::Ascii), "T\\u{fc}r");
 }
 
+TEST(SafeText, CharactersThatLookLikeNothingAreSpelledOut) {
+    EXPECT_EQ(ForDisplay("a\u3164b\u2800c\u115F\uFFA0\u034F\u17B4"),
+              "a\\u{3164}b\\u{2800}c\\u{115f}\\u{ffa0}\\u{34f}\\u{17b4}");
+}
+
+TEST(SafeText, TextOfSpacesAloneIsSpelledOut) {
+    EXPECT_EQ(ForDisplay("\u00A0\u3000 \u2003"), "\\u{a0}\\u{3000} \\u{2003}");
+    EXPECT_EQ(ForDisplay("n\u00B0\u00A01"), "n\u00B0\u00A01") << "a text with letters keeps them";
+    EXPECT_EQ(ForDisplay(" "), " ");
+    EXPECT_EQ(ForDisplay(""), "");
+}
+
+TEST(SafeText, MarksPileUpNoHigherThanFour) {
+    std::string piled = "e";
+    std::string shown = "e";
+    for (int i = 0; i < 6; ++i) {
+        piled += "\u0301";
+        shown += i < 4 ? "\u0301" : "\\u{301}";
+    }
+    EXPECT_EQ(ForDisplay(piled), shown);
+    EXPECT_EQ(ForDisplay("a\u0301\u0301\u0301b\u0301\u0301"), "a\u0301\u0301\u0301b\u0301\u0301")
+        << "each letter has its own";
+    EXPECT_EQ(ForDisplay("Tiếng Việt, ภาษาไทย, हिन्दी"), "Tiếng Việt, ภาษาไทย, हिन्दी");
+}
+
 TEST(SafeText, WideCharactersCountTwiceAndCombiningOnesNotAtAll) {
     EXPECT_EQ(DisplayWidth("入口"), 4);
     EXPECT_EQ(DisplayWidth("u\u0308"), 1);
