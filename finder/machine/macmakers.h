@@ -1,4 +1,4 @@
-// The maker that a MAC address was assigned to.
+// Whom a MAC address was assigned to.
 #pragma once
 
 #include <systemd/sd-hwdb.h>

@@ -1,4 +1,4 @@
-// The source `upnpsearch`: UPnP root devices, by the library's UPnP search.
+// The source of UPnP root devices.
 #pragma once
 
 #include "finder/source/source.h"

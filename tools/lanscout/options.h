@@ -1,4 +1,4 @@
-// The command line: the options, their checks and help texts.
+// The command line.
 #pragma once
 
 #include <chrono>

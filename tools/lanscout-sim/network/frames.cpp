@@ -193,8 +193,10 @@ std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagra
     ip.id(ipId);
     ip.ttl(TtlOf(datagram.to));
     const std::string packet = Bytes(ip);
+    const auto ethernet = Tins::EthernetII(ToTins(to), ToTins(from));
     if (packet.size() <= mtu) {
-        return {IpFrame(from, to, packet)};
+        auto frame = ethernet / ip;
+        return {Bytes(frame)};
     }
 
     const std::string content = packet.substr(kIpHeaderBytes);
@@ -209,8 +211,8 @@ std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagra
         if (at + step < content.size()) {
             part.flags(Tins::IP::MORE_FRAGMENTS);
         }
-        auto fragment = part / Tins::RawPDU(content.substr(at, step));
-        frames.push_back(IpFrame(from, to, Bytes(fragment)));
+        auto frame = ethernet / part / Tins::RawPDU(content.substr(at, step));
+        frames.push_back(Bytes(frame));
     }
     return frames;
 }

@@ -1,4 +1,4 @@
-// The format `csv`: comma-separated values for a spreadsheet.
+// Comma-separated values for a spreadsheet.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// --html: the result as one page for a browser, made from page.html.
+// The result as one page for a browser.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// The format `json`: one JSON document at the end.
+// One JSON document at the end.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// The format `jsonl`: one JSON text per line, each written at once.
+// A JSON text a line, each written at once.
 #pragma once
 
 #include <memory>

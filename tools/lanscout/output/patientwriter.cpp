@@ -38,7 +38,8 @@ bool WaitFor(int fd, const Wake& wake, milliseconds longest) {
 
 }  // namespace
 
-PatientWriter::PatientWriter(int fd, Wake wake) : m_fd(fd), m_wake(std::move(wake)) {
+PatientWriter::PatientWriter(int fd, Wake wake, milliseconds lastPatience)
+    : m_fd(fd), m_wake(std::move(wake)), m_lastPatience(lastPatience) {
     struct stat status {};
     if (fstat(fd, &status) != 0) {
         return;
@@ -66,7 +67,7 @@ bool PatientWriter::WaitUntilWritable() {
     while (poll(&entry, 1, 0) == 0) {
         const auto now = Clock::now();
         if (!m_end && WaitFor(m_fd, m_wake, kLookAgain)) {
-            m_end = Clock::now() + kLastPatience;
+            m_end = Clock::now() + m_lastPatience;
         } else if (m_end && now >= *m_end) {
             return false;
         } else if (m_end) {

@@ -20,7 +20,7 @@ class PatientWriter {
 public:
     // Writes to `fd`, which stays the caller's, and never blocks longer than the wake allows. A
     // non-blocking one is waited for.
-    PatientWriter(int fd, Wake wake);
+    PatientWriter(int fd, Wake wake, std::chrono::milliseconds lastPatience = kLastPatience);
 
     // All of it, or an errno value: ECANCELED when the user wanted an end and the reader did not
     // read. After that nothing is waited for any more.
@@ -34,6 +34,7 @@ private:
     Descriptor m_own;  // the same file, opened again so that it does not block others' writes
     bool m_isSocket = false;
     Wake m_wake;
+    std::chrono::milliseconds m_lastPatience;
     std::optional<std::chrono::steady_clock::time_point> m_end;
 };
 

@@ -1,4 +1,4 @@
-// The format `plain`: one line per device, its fields between tabs, for programs and pipes.
+// A line a device, its fields between tabs, for programs and pipes.
 #pragma once
 
 #include <map>

@@ -1,4 +1,4 @@
-// How results are shown, as the user chose it. The values here are the defaults of the options.
+// What the user chose of how results are shown.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// How devices become a table: which columns, how wide, what is cut.
+// Devices as a table for people.
 #pragma once
 
 #include <span>

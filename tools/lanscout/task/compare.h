@@ -1,4 +1,4 @@
-// --compare: one search, compared with an earlier result.
+// One search, compared with an earlier result.
 #pragma once
 
 #include <string>

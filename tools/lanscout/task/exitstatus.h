@@ -1,4 +1,4 @@
-// The exit statuses of the command, and what they say.
+// What the command's exit status says.
 #pragma once
 
 namespace Lanscout {

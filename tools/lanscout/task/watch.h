@@ -1,4 +1,4 @@
-// --watch: searches again and again, and tells what comes and goes.
+// Searches again and again, and tells what comes and goes.
 #pragma once
 
 #include <chrono>

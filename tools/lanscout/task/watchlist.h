@@ -1,4 +1,4 @@
-// Which devices a watch knows, and what has come, gone or changed since its last round.
+// What comes and goes between the rounds of --watch.
 #pragma once
 
 #include <string>
