@@ -1,4 +1,4 @@
-// The door of the finder: a request in, events out.
+// The interface of the finder: a request in, events out.
 //
 //     class Show : public Lanscout::Observer { ... };
 //     Show show;

@@ -35,8 +35,8 @@ struct Target {
 };
 
 // Texts are valid UTF-8 and otherwise whatever the device said. An empty text or list, a zero and
-// Unknown mean that it is not known. finder/device/fields.cpp has what each member is called, how
-// it is shown and how two sightings of it merge.
+// Unknown mean that it is not known. finder/device/fieldlist.cpp says what each member is called,
+// how it is shown and how two sightings of it merge.
 struct Device {
     std::string ip;                     // IPv4, dotted decimal; empty when only IPv6 was heard
     std::vector<std::string> otherIps;  // further IPv4 addresses of the same device

@@ -76,7 +76,9 @@ const std::array kFields{
           Text,
           kCsv,
           &ModelOf},
-    Field{&Device::page, "page", "PAGE", Merge::Ranked, kReported, kAsWideAsItIs, 7, Text, kCsv},
+    // A UPnP description names the page; an ONVIF device only where its services stand.
+    Field{&Device::page, "page", "PAGE", Merge::RankedLast, kReported, kAsWideAsItIs, 7, Text,
+          kCsv},
     Field{&Device::seenVia, "seenVia", "SEEN ON", Merge::Both, kQuiet, kAsWideAsItIs, 11, Text,
           kCsv, &InterfacesOf},
     Field{

@@ -88,6 +88,11 @@ void MergeScalar(Merge rule, bool sameSource, T& known, const T& seen) {
                 known = seen;
             }
             break;
+        case Merge::RankedLast:
+            if (!sameSource || SaysMore(seen, known)) {
+                known = seen;
+            }
+            break;
         case Merge::Larger:
         case Merge::Both:
             known = std::max(known, seen);

@@ -23,7 +23,8 @@ using FieldMember = std::variant<std::string Device::*, std::vector<std::string>
 
 // What becomes of two values of one device. An unknown one never replaces a known one.
 enum class Merge {
-    Ranked,    // the source that comes first in SourceId; within one source the longer text
+    Ranked,      // the source that comes first in SourceId; within one source the longer text
+    RankedLast,  // the source that comes last
     Larger,    // the larger, whoever says it
     Earliest,  // the smaller
     Both,      // all of both

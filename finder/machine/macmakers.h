@@ -1,4 +1,4 @@
-// Whom a MAC address was assigned to.
+// The maker that a MAC address was assigned to.
 #pragma once
 
 #include <systemd/sd-hwdb.h>

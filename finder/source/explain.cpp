@@ -10,8 +10,6 @@
 namespace Lanscout {
 namespace {
 
-constexpr std::uint16_t kDiscoveryPort = 3702;  // WS-Discovery
-
 std::string ErrorText(int number) {
     return fmt::format("{} (errno {})", std::strerror(number), number);
 }
@@ -22,13 +20,15 @@ std::string DeviceName(const Target& target) {
 
 }  // namespace
 
-FailureMessage ExplainBind(const Target& target, int error) {
+FailureMessage ExplainBind(const Target& target, int error, int port) {
     FailureMessage failure{target, "", ""};
+    const std::string name = port == 0 ? "a UDP port" : fmt::format("UDP port {}", port);
     const std::string& address = target.address;
     switch (error) {
         case EADDRINUSE:
-            failure.what = fmt::format("UDP port {} of this address is taken by {}", kDiscoveryPort,
-                                       PortOwnerText(FindUdpPortOwner(address, kDiscoveryPort)));
+            failure.what = fmt::format(
+                "{} of this address is taken by {}", name,
+                PortOwnerText(FindUdpPortOwner(address, static_cast<std::uint16_t>(port))));
             failure.remedy = "Stop that program for the time of the search";
             break;
         case EADDRNOTAVAIL:
@@ -37,12 +37,11 @@ FailureMessage ExplainBind(const Target& target, int error) {
             break;
         case EACCES:
         case EPERM:
-            failure.what = fmt::format("binding UDP port {} is not permitted", kDiscoveryPort);
+            failure.what = fmt::format("binding {} is not permitted", name);
             failure.remedy = "Run it as root, or allow it in the sandbox that it runs in";
             break;
         default:
-            failure.what =
-                fmt::format("cannot bind UDP port {}: {}", kDiscoveryPort, ErrorText(error));
+            failure.what = fmt::format("cannot bind {}: {}", name, ErrorText(error));
     }
     return failure;
 }

@@ -5,8 +5,11 @@
 
 namespace Lanscout {
 
-// UDP port 3702 of the target's address could not be bound.
-FailureMessage ExplainBind(const Target& target, int error);
+// WS-Discovery's port.
+inline constexpr int kDiscoveryPort = 3702;
+
+// That UDP port (0: any free one) of the target's address could not be bound.
+FailureMessage ExplainBind(const Target& target, int error, int port = kDiscoveryPort);
 
 // A Probe could not be sent from the target's address.
 FailureMessage ExplainSend(const Target& target, int error);

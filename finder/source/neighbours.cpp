@@ -94,6 +94,7 @@ void RunNeighbours(const Job& job, Sender& sender) {
     do {
         table.Read([&](const Neighbour& neighbour) { teller.Tell(neighbour); });
     } while (WaitUntil(end, table.Fd()));
+    sender.Send(DoneMessage{});
 }
 
 }  // namespace Lanscout

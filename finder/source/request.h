@@ -1,4 +1,4 @@
-// What is searched, and how.
+// What is searched, and how. The values here are the defaults of the command's options.
 #pragma once
 
 #include <chrono>

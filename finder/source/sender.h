@@ -1,4 +1,4 @@
-// The search's own process: how it tells the tool what it finds.
+// How a source's process sends to its parent what it finds.
 #pragma once
 
 #include <mutex>
@@ -7,7 +7,7 @@
 
 namespace Lanscout {
 
-// Any thread may send. A line is written whole or, when the tool is gone, not at all.
+// Any thread may send. A line is written whole or, when the parent is gone, not at all.
 class Sender {
 public:
     explicit Sender(int fd) : m_fd(fd) {}

@@ -39,9 +39,9 @@ struct Source {
     // Whether the request wants it and this machine and user can have it.
     bool (*wanted)(const Request& request);
 
-    // Runs in the child until the request's time is over, and then returns. A target that cannot be
-    // searched is told with a FailureMessage, and does not end the others. What throws is told as a
-    // failure of all targets.
+    // Runs in the child until the request's time is over, then sends a DoneMessage and returns; to
+    // return without one is a failure. A target that cannot be searched is reported with a
+    // FailureMessage and does not end the others. An exception is a failure of all targets.
     void (*run)(const Job& job, Sender& sender);
 };
 

@@ -4,6 +4,7 @@
 
 #include "finder/source/camerasearch.h"
 #include "finder/source/neighbours.h"
+#include "finder/source/probes.h"
 #include "finder/source/source.h"
 #include "finder/source/upnpsearch.h"
 
@@ -26,6 +27,7 @@ constexpr bool kEachTarget = true;
 constexpr bool kOneProcess = false;
 
 constexpr std::array kSources{
+    Source{SourceId::Probes, "probes", Work::Onvif, kOneProcess, &WantsOnvif, &RunProbes},
     Source{SourceId::CameraSearch, "camerasearch", Work::Onvif, kOneProcess, &WantsOnvif,
            &RunCameraSearch},
     Source{SourceId::UpnpSearch, "upnpsearch", Work::Upnp, kEachTarget, &WantsUpnp, &RunUpnpSearch},

@@ -1,4 +1,4 @@
-// The source of UPnP root devices.
+// The source `upnpsearch`: UPnP root devices, by the library's UPnP search.
 #pragma once
 
 #include "finder/source/source.h"

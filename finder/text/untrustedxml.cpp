@@ -3,6 +3,7 @@
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "finder/text/safetext.h"
@@ -29,10 +30,47 @@ std::string_view View(const xmlChar* text) {
     return text == nullptr ? std::string_view() : reinterpret_cast<const char*>(text);
 }
 
+// libxml2 takes a zero byte for the end of the document.
+std::string WithoutZeroBytes(std::string_view text) {
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+    const int looked = static_cast<int>(std::min<std::size_t>(text.size(), 4));
+    std::string clean(text);
+    switch (xmlDetectCharEncoding(bytes, looked)) {
+        case XML_CHAR_ENCODING_UTF16LE:
+        case XML_CHAR_ENCODING_UTF16BE:
+        case XML_CHAR_ENCODING_UCS4LE:
+        case XML_CHAR_ENCODING_UCS4BE:
+        case XML_CHAR_ENCODING_UCS4_2143:
+        case XML_CHAR_ENCODING_UCS4_3412:
+            return clean;
+        default:
+            std::erase(clean, '\0');
+            return clean;
+    }
+}
+
+// The name of a prefix that was never declared stays in front of the element's.
+std::string_view LocalName(const xmlNode* element) {
+    const std::string_view name = View(element->name);
+    const auto colon = name.rfind(':');
+    return colon == std::string_view::npos ? name : name.substr(colon + 1);
+}
+
+const xmlNode* FirstNamed(const xmlNode* node, std::string_view name) {
+    while (node != nullptr && (node->type != XML_ELEMENT_NODE || LocalName(node) != name)) {
+        node = node->next;
+    }
+    return node;
+}
+
 }  // namespace
 
-XmlDoc ReadUntrustedXml(std::string_view text) {
-    if (text.empty() || text.size() > kLongestXmlBytes) {
+XmlDoc ReadUntrustedXml(std::string_view bytes) {
+    if (bytes.size() > kLongestXmlBytes) {
+        return nullptr;
+    }
+    const std::string text = WithoutZeroBytes(bytes);
+    if (text.empty()) {
         return nullptr;
     }
     const std::unique_ptr<xmlParserCtxt, FreeContext> context(
@@ -52,18 +90,14 @@ XmlDoc ReadUntrustedXml(std::string_view text) {
 }
 
 const xmlNode* ChildNamed(const xmlNode* parent, std::string_view name) {
-    if (parent == nullptr) {
-        return nullptr;
-    }
-    for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE && View(child->name) == name) {
-            return child;
-        }
-    }
-    return nullptr;
+    return parent == nullptr ? nullptr : FirstNamed(parent->children, name);
 }
 
-std::string TextOf(const xmlNode* element) {
+const xmlNode* NextNamed(const xmlNode* element, std::string_view name) {
+    return FirstNamed(element->next, name);
+}
+
+std::string WholeTextOf(const xmlNode* element) {
     std::string text;
     for (const xmlNode* child = element == nullptr ? nullptr : element->children; child != nullptr;
          child = child->next) {
@@ -71,7 +105,11 @@ std::string TextOf(const xmlNode* element) {
             text += View(child->content);
         }
     }
-    return ToKeptText(text);
+    return text;
+}
+
+std::string TextOf(const xmlNode* element) {
+    return ToKeptText(WholeTextOf(element));
 }
 
 }  // namespace Lanscout

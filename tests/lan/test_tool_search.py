@@ -142,37 +142,34 @@ def test_search_that_dies_is_named_and_leaves_the_others_alone(network):
     searcher, one, other = two_networks(network)
     with cameras(one, "10.1.0.2"), cameras(other, "10.2.0.2"):
         process, pid = started(searcher, "--json", "--only", "onvif", "--timeout", 5)
-        wait_until(lambda: len(children(pid)) == 2, 10, "two searches run")
+        wait_until(lambda: len(children(pid)) >= 2, 10, "two searches run")
         os.kill(min(children(pid)), signal.SIGSEGV)
         assert process.wait(30) == 0
     document = check_document(process.text(process.lines))
-    assert "10.2.0.2" in by_address(document)
-    assert [search["outcome"] for search in document["searches"]] == ["failed", "done"]
-    assert "eth0 (10.1.0.1) onvif: the search was ended by signal 11" in \
-        process.text(process.errors)
+    assert set(by_address(document)) == {"10.1.0.2", "10.2.0.2"}
+    outcomes = {(search["source"], search["outcome"]) for search in document["searches"]}
+    assert {("probes", "failed"), ("camerasearch", "done")} <= outcomes
+    assert "was ended by signal 11" in process.text(process.errors)
 
 
 def test_flood_does_not_keep_the_command(network):
-    searcher, one, _ = two_networks(network)
+    searcher, one, other = two_networks(network)
 
     ended = threading.Event()
 
     def endless(probe):
-        # The search's own Probes; the one for the kinds has another port.
-        while probe.sender[1] == PORT and not ended.is_set():
+        while not ended.is_set():
             yield reply(probe)
             yield 0.1
 
-    with Responder(one, "eth0", ["10.1.0.2"], endless):
+    with Responder(one, "eth0", ["10.1.0.2"], endless), cameras(other, "10.2.0.2"):
         begin = time.monotonic()
-        done = lanscout(searcher, "--json", "--interface", "eth0", "--only", "onvif", "--timeout",
-                        2, "--max-time", 6, status=1)
+        document = result(searcher, "--only", "onvif", "--timeout", 2)
         seconds = time.monotonic() - begin
         ended.set()
-    assert seconds < 12
-    document = check_document(done.stdout)
-    assert document["searches"][0]["outcome"] == "cut short"
-    assert "--max-time" in done.stderr
+    assert seconds < 4
+    assert "10.2.0.2" in by_address(document)
+    assert {search["outcome"] for search in document["searches"]} == {"done"}
 
 
 def test_reader_that_goes_away_ends_the_command(network):

@@ -14,16 +14,16 @@ END
 chmod +x "$build/pkg-config"
 configure() {
     cmake -S "$source" -B "$build/$1" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
-        -DPKG_CONFIG_EXECUTABLE="$build/pkg-config" "-DLANSCOUT_SIM_ONLY=$2"
+        -DPKG_CONFIG_EXECUTABLE="$build/pkg-config" "-DLANSCOUT_SIM_ONLY=$2" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 }
 configure alone ON
 if configure whole OFF >/dev/null 2>&1; then
     echo "the whole tree is configured without libupnp: the check has lost its subject"
     exit 1
 fi
-built=$(grep -o "[^ ]*\.cpp$" "$build/alone/build.ninja")
-echo "$built" | grep -q tools/lanscout-sim/main.cpp
-if echo "$built" | grep -E "/(utils|log|host|control|finder|tools/lanscout)/"; then
+built=$(sed -n "s#^ *\"file\": \"$source/\(.*\)\".*#\1#p" "$build/alone/compile_commands.json")
+echo "$built" | grep -q "^tools/lanscout-sim/main.cpp"
+if echo "$built" | grep -E "^(utils|log|host|control|finder|tools/lanscout)/"; then
     echo "these belong to the library or the command"
     exit 1
 fi

@@ -38,7 +38,7 @@ Exit status: 0 found, 1 nothing found, 2 wrong use, 3 could not search,
 
 // What CLI11 fills in until it is made into Options.
 struct Flags {
-    int timeoutSeconds = 5;
+    int timeoutSeconds = static_cast<int>(Request().timeout.count());
     int maxSeconds = 0;
     std::string only;
     bool ipv4 = false;
@@ -71,7 +71,7 @@ void AddPlaceOptions(CLI::App& app, Options& options, Flags& flags) {
 
 void AddSearchOptions(CLI::App& app, Options& options, Flags& flags) {
     app.add_option("-t,--timeout", flags.timeoutSeconds, "How long to search")
-        ->option_text("SECONDS=5")
+        ->option_text(fmt::format("SECONDS={}", flags.timeoutSeconds))
         ->check(CLI::Range(1, kLongestSeconds));
     app.add_option("--max-time", flags.maxSeconds,
                    "End a search that still runs after this time (default: the timeout and 60)")
@@ -81,14 +81,14 @@ void AddSearchOptions(CLI::App& app, Options& options, Flags& flags) {
         ->option_text("onvif|upnp")
         ->check(CLI::IsMember({"onvif", "upnp"}));
     app.add_option("--rate", options.request.rate, "Probes a second to the addresses of --to")
-        ->option_text("N=500")
+        ->option_text(fmt::format("N={}", options.request.rate))
         ->check(CLI::Range(1, kMostProbesASecond));
     app.add_option("--source-port", options.request.sourcePort,
                    "Send the Probes from this UDP port, for a firewall that lets it pass")
         ->option_text("PORT")
         ->check(CLI::Range(1, kLastPort));
     app.add_option("--at-once", options.request.atOnce, "UPnP searches at the same time, at most")
-        ->option_text("N=16")
+        ->option_text(fmt::format("N={}", options.request.atOnce))
         ->check(CLI::Range(1, kMostAtOnce));
 }
 
@@ -100,7 +100,7 @@ void AddOutputOptions(CLI::App& app, OutputSettings& output, Flags& flags) {
         ->option_text("FILE");
     app.add_option("-s,--sort", output.sort,
                    fmt::format("Order the devices by this column: {}", fmt::join(CsvNames(), ", ")))
-        ->option_text("COLUMN=ip")
+        ->option_text(fmt::format("COLUMN={}", output.sort))
         ->check(CLI::IsMember(CsvNames()));
     app.add_option("--color", flags.colour, "Colours in the table (NO_COLOR is respected)")
         ->option_text("auto|always|never")

@@ -1,4 +1,4 @@
-// The command line.
+// The command line: the options, their checks and help texts.
 #pragma once
 
 #include <chrono>

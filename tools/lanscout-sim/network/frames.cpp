@@ -193,10 +193,8 @@ std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagra
     ip.id(ipId);
     ip.ttl(TtlOf(datagram.to));
     const std::string packet = Bytes(ip);
-    const auto ethernet = Tins::EthernetII(ToTins(to), ToTins(from));
     if (packet.size() <= mtu) {
-        auto frame = ethernet / ip;
-        return {Bytes(frame)};
+        return {IpFrame(from, to, packet)};
     }
 
     const std::string content = packet.substr(kIpHeaderBytes);
@@ -211,8 +209,8 @@ std::vector<std::string> UdpFrames(const Mac& from, const Mac& to, const Datagra
         if (at + step < content.size()) {
             part.flags(Tins::IP::MORE_FRAGMENTS);
         }
-        auto frame = ethernet / part / Tins::RawPDU(content.substr(at, step));
-        frames.push_back(Bytes(frame));
+        auto fragment = part / Tins::RawPDU(content.substr(at, step));
+        frames.push_back(IpFrame(from, to, Bytes(fragment)));
     }
     return frames;
 }

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <queue>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "tools/lanscout-sim/base/random.h"
 #include "tools/lanscout-sim/base/timepoint.h"
@@ -60,7 +60,8 @@ private:
     std::uint64_t m_seed;
     double m_loss;
     OutboxCounts m_counts;
-    std::priority_queue<Entry, std::vector<Entry>, std::greater<>> m_waiting;
+    // In a deque: a vector that grows has all of it twice.
+    std::priority_queue<Entry, std::deque<Entry>, std::greater<>> m_waiting;
     std::uint64_t m_nextOrder = 0;
 };
 

@@ -1,4 +1,4 @@
-// Comma-separated values for a spreadsheet.
+// The format `csv`: comma-separated values for a spreadsheet.
 #pragma once
 
 #include <memory>

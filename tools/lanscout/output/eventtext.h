@@ -1,4 +1,4 @@
-// What became of a device, as a line.
+// What became of a device (appeared, gone, changed ...), as a line.
 #pragma once
 
 #include <string>

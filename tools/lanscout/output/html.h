@@ -1,4 +1,4 @@
-// The result as one page for a browser.
+// --html: the result as one page for a browser, made from page.html.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// One JSON document at the end.
+// The format `json`: one JSON document at the end.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// A JSON text a line, each written at once.
+// The format `jsonl`: one JSON text per line, each written at once.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// A line a device, its fields between tabs, for programs and pipes.
+// The format `plain`: one line per device, its fields between tabs, for programs and pipes.
 #pragma once
 
 #include <map>

@@ -1,4 +1,4 @@
-// What the user chose of how results are shown.
+// How results are shown, as the user chose it. The values here are the defaults of the options.
 #pragma once
 
 #include <string>

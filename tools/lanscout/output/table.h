@@ -1,4 +1,4 @@
-// A table for people, which grows while the search runs.
+// The format `table`: for people; in a terminal it grows while the search runs.
 #pragma once
 
 #include <memory>

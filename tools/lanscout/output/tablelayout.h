@@ -1,4 +1,4 @@
-// Devices as a table for people.
+// How devices become a table: which columns, how wide, what is cut.
 #pragma once
 
 #include <span>

@@ -1,4 +1,4 @@
-// One search, compared with an earlier result.
+// --compare: one search, compared with an earlier result.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// What the command's exit status says.
+// The exit statuses of the command, and what they say.
 #pragma once
 
 namespace Lanscout {

@@ -1,4 +1,4 @@
-// The file that keeps a watch's list over a restart.
+// --state: the file that keeps a watch's list over a restart.
 #pragma once
 
 #include <chrono>

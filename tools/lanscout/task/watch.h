@@ -1,4 +1,4 @@
-// Searches again and again, and tells what comes and goes.
+// --watch: searches again and again, and tells what comes and goes.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,4 @@
-// What comes and goes between the rounds of --watch.
+// Which devices a watch knows, and what has come, gone or changed since its last round.
 #pragma once
 
 #include <string>

@@ -108,6 +108,17 @@ TEST(Fields, TheFirstSourceKeepsItsWord) {
     EXPECT_EQ(known.maker, "M");
 }
 
+TEST(Fields, TheUpnpDescriptionsPageTakesTheOnvifServicesPlace) {
+    const auto merged = [](Device known, const Device& next) {
+        MergeNextSource(Named("page"), known, next);
+        return known.page;
+    };
+    const Device service = With("10.0.0.1", &Device::page, std::string("http://10.0.0.1/"));
+    const Device described = With("10.0.0.1", &Device::page, std::string("http://10.0.0.1/ui"));
+    EXPECT_EQ(merged(service, described), "http://10.0.0.1/ui");
+    EXPECT_EQ(merged(service, At("10.0.0.1")), "http://10.0.0.1/");
+}
+
 TEST(Fields, ListsBecomeAllOfBoth) {
     Device known = With("", &Device::scopes, std::vector<std::string>{"c", "a"});
     MergeSameSource(Named("scopes"), known, known);

@@ -36,8 +36,8 @@ const std::string kMac("\x00\x1B\xFF\x01\x02\x0A", 6);
 const std::string kOtherMac("\x00\x1B\xFF\x01\x02\x0B", 6);
 const unsigned int kLoopback = if_nametoindex("lo");
 
-// What the source tells of the table as it is, without waiting for more.
-std::vector<Sighting> Told(const std::vector<Target>& targets) {
+// What the source sends about the table as it is, without waiting for more.
+std::vector<Message> Sent(const std::vector<Target>& targets) {
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0) {
         ADD_FAILURE() << "no pipe";
@@ -57,12 +57,21 @@ std::vector<Sighting> Told(const std::vector<Target>& targets) {
     for (ssize_t count = 0; (count = read(reading.Fd(), piece.data(), piece.size())) > 0;) {
         text.append(piece.data(), static_cast<std::size_t>(count));
     }
-    std::vector<Sighting> sightings;
+    std::vector<Message> messages;
     for (std::size_t end = 0; (end = text.find('\n')) != std::string::npos;
          text.erase(0, end + 1)) {
-        const auto message = DecodeMessage(text.substr(0, end));
-        if (message && std::holds_alternative<SightingMessage>(*message)) {
-            sightings.push_back(std::get<SightingMessage>(*message).sighting);
+        if (auto message = DecodeMessage(text.substr(0, end))) {
+            messages.push_back(std::move(*message));
+        }
+    }
+    return messages;
+}
+
+std::vector<Sighting> Told(const std::vector<Target>& targets) {
+    std::vector<Sighting> sightings;
+    for (const Message& message : Sent(targets)) {
+        if (const auto* told = std::get_if<SightingMessage>(&message)) {
+            sightings.push_back(told->sighting);
         }
     }
     return sightings;
@@ -112,6 +121,13 @@ TEST(Neighbours, EntryComesAgainOnlyWithAnotherMacAddress) {
     const auto told = Told({{"lo", "10.0.0.1"}});
     ASSERT_EQ(told.size(), 2U);
     EXPECT_EQ(told[1].device.mac, "00:1B:FF:01:02:0B");
+}
+
+TEST(Neighbours, EndOfItsTimeIsSaid) {
+    const FakeNetlink::Scope scope;
+    const auto sent = Sent({{"lo", "10.0.0.1"}});
+    ASSERT_EQ(sent.size(), 1U);
+    EXPECT_TRUE(std::holds_alternative<DoneMessage>(sent[0]));
 }
 
 TEST(Neighbours, KernelThatRefusesIsAFailureOfTheSource) {
