@@ -14,6 +14,24 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
+# Optimised builds are hardened as Debian's packages are; those take their flags from Debian.
+# (Debian's compilers make position independent programs of themselves; a test looks.)
+if(LANSCOUT_HARDENING AND NOT LANSCOUT_SANITIZE AND NOT LANSCOUT_FUZZERS)
+  include(CheckCXXCompilerFlag)
+  set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+  set(flags -fstack-protector-strong -fstack-clash-protection -fcf-protection
+    -mbranch-protection=standard)  # the last two are for one processor each
+  foreach(flag IN LISTS flags)
+    string(MAKE_C_IDENTIFIER has${flag} has)
+    check_cxx_compiler_flag(${flag} ${has})
+    if(${has})
+      add_compile_options($<${optimised}:${flag}>)
+    endif()
+  endforeach()
+  add_compile_options($<${optimised}:-U_FORTIFY_SOURCE> $<${optimised}:-D_FORTIFY_SOURCE=2>)
+  add_link_options($<${optimised}:LINKER:-z,relro,-z,now>)
+endif()
+
 if(LANSCOUT_SANITIZE)
   add_compile_options(-fsanitize=${LANSCOUT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
   add_link_options(-fsanitize=${LANSCOUT_SANITIZE})
