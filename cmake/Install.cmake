@@ -35,7 +35,12 @@ install(FILES ${PROJECT_BINARY_DIR}/lanscoutConfig.cmake
               ${PROJECT_BINARY_DIR}/lanscoutConfigVersion.cmake
   COMPONENT development DESTINATION ${lanscout_cmake_folder})
 
-# pkg-config
+# pkg-config. An absolute folder replaces the prefix; others stand below it, so that an installation
+# may be moved.
+foreach(folder IN ITEMS libdir includedir)
+  string(TOUPPER CMAKE_INSTALL_${folder} variable)
+  cmake_path(APPEND lanscout_pc_${folder} "\${prefix}" ${${variable}})
+endforeach()
 configure_file(cmake/lanscout.pc.in lanscout.pc @ONLY)
 set(lanscout_pc_files ${PROJECT_BINARY_DIR}/lanscout.pc)
 if(TARGET lanscout_host)

@@ -38,7 +38,11 @@ constexpr std::size_t kMaxDatagramBytes = 4096;
 
 constexpr const char* kDefaultPort = "80";
 constexpr const char* kUnknownMac = "N/A";
+#ifdef LANSCOUT_ARPING  // a build for a system that has it elsewhere
+constexpr const char* kArpingPath = LANSCOUT_ARPING;
+#else
 constexpr const char* kArpingPath = "/usr/bin/arping";
+#endif
 constexpr int kArpingOptions = 0xBB;
 constexpr int kArpAttempts = 3;
 
