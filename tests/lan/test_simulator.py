@@ -346,6 +346,15 @@ def test_unprivileged_user_cannot_name_a_namespace(network):
     assert "takes root" in simulator.text(simulator.errors)
 
 
+def test_unprivileged_user_is_nobody_else_but_root_on_request(network):
+    simulator = as_nobody(network, 666, "--cameras", 1, "--user", "root", "--", "id", "-u")
+    assert simulator.wait(20) == 0, simulator.output()
+    assert simulator.lines == ["0"]
+    simulator = as_nobody(network, 666, "--cameras", 1, "--user", "daemon", "--", "id", "-u")
+    assert simulator.wait(20) == 3
+    assert "it takes root to run the command as daemon" in simulator.text(simulator.errors)
+
+
 def test_command_runs_as_the_user_that_is_named_or_ran_sudo(network):
     status, simulator = outcome(network, "--cameras", 1, "--user", "nobody", "--", "sh", "-c",
                                 "id -un; echo $HOME $USER")

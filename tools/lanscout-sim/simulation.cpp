@@ -90,6 +90,7 @@ public:
 
     int Run() {
         MakeNetwork();
+        const auto user = WhoRunsTheCommand();
         if (m_devicesFile) {
             WriteReport(Truth(m_population), *m_devicesFile);
         }
@@ -98,8 +99,7 @@ public:
         SayReady();
         if (!m_options.command.empty()) {
             m_command =
-                std::make_unique<Command>(m_options.command, ToText(m_subnet.address),
-                                          m_place.isUserNamespace ? std::nullopt : m_options.user);
+                std::make_unique<Command>(m_options.command, ToText(m_subnet.address), user);
         }
         if (m_options.duration) {
             m_end = Clock::now() + *m_options.duration;
@@ -247,6 +247,18 @@ private:
             UpnpResponderOptions{m_options.seed, m_options.maxDelay, loss, m_options.isLenient},
             m_outbox);
         m_server = std::make_unique<DescriptionServer>(m_population.upnpDevices);
+    }
+
+    // A user namespace has its maker in it and nobody else, under one name.
+    std::optional<User> WhoRunsTheCommand() const {
+        if (!m_place.isUserNamespace || !m_options.user) {
+            return m_options.user;
+        }
+        if (m_options.user->uid != 0 && m_options.user->uid != geteuid()) {
+            throw SetupError(fmt::format("it takes root to run the command as {}; leave --user out",
+                                         m_options.user->name));
+        }
+        return std::nullopt;
     }
 
     bool IsTap() const { return m_tapCounts != nullptr; }

@@ -19,6 +19,8 @@ constexpr int kReadsAtOnce = 256;
 constexpr int kTapQueueFrames = 20000;
 // For how long a host keeps in mind who has an address; stacks differ from half a minute up.
 constexpr std::chrono::seconds kArpLifetime{60};
+constexpr std::size_t kMostPeers = 4096;
+constexpr std::size_t kMostAsked = 64;
 constexpr Subnet kMulticast{Ipv4{0xE0000000}, 4};
 // 239.255.255.250 at Ethernet level (RFC 1112, 6.4).
 constexpr Mac kGroupMac{0x01, 0x00, 0x5E, 0x7F, 0xFF, 0xFA};
@@ -150,7 +152,7 @@ void TapNetwork::Handle(const ArpRequest& request) {
 
 void TapNetwork::Handle(const NeighbourSolicit& question) {
     const Host* host = Find(question.target, {});
-    m_peers[question.sender] = question.senderMac;
+    Learn(question.sender, question.senderMac);
     if (host != nullptr && host->answersArp) {
         Write(NeighbourAdvertFrame({question.target, host->mac}, question));
     }
@@ -166,7 +168,7 @@ void TapNetwork::Handle(const EchoRequest& request) {
 // TCP repeats what a full queue loses, so neither direction tries again here.
 void TapNetwork::Handle(const TcpPacket& packet) {
     ++m_counts.tcpPacketsHeard;
-    m_peers[packet.from] = packet.fromMac;
+    Learn(packet.from, packet.fromMac);
     const Host* host = Find(packet.to, packet.toMac);
     if (host == nullptr) {
         return;
@@ -200,7 +202,7 @@ void TapNetwork::PassOn(std::string_view packet) {
 }
 
 void TapNetwork::Handle(const Datagram& datagram, const DatagramHandler& handler) {
-    m_peers[datagram.from.ip] = datagram.fromMac;
+    Learn(datagram.from.ip, datagram.fromMac);
     const Host* host = Find(datagram.to.ip, datagram.toMac);
     if (host != nullptr && !Has(host->udpPorts, datagram.to.port)) {
         Refuse(PortUnreachableFrame(host->mac, datagram));
@@ -213,6 +215,14 @@ void TapNetwork::Refuse(std::string_view frame) {
     if (!frame.empty() && Write(frame) == SendResult::Sent) {
         ++m_counts.refusalsSent;
     }
+}
+
+// Whoever sends from ever new addresses only makes the others speak again.
+void TapNetwork::Learn(const IpAddress& ip, const Mac& mac) {
+    if (m_peers.size() >= kMostPeers) {
+        m_peers.clear();
+    }
+    m_peers[ip] = mac;
 }
 
 TapNetwork::Host* TapNetwork::Find(const IpAddress& ip, const Mac& mac) {
@@ -261,6 +271,9 @@ SendResult TapNetwork::AskForMac(Host& host, const IpAddress& own, const IpAddre
                                        : ArpRequestFrame({own.V4(), host.mac}, peer.V4()));
     if (sent == SendResult::Sent) {
         ++m_counts.arpRequestsSent;
+        if (host.asked.size() >= kMostAsked) {
+            host.asked.clear();
+        }
         host.asked[peer] = now;
     }
     return sent;

@@ -73,6 +73,7 @@ private:
     void Handle(const TcpPacket& packet);
     void Handle(const Datagram& datagram, const DatagramHandler& handler);
     void PassOn(std::string_view packet);
+    void Learn(const IpAddress& ip, const Mac& mac);
     // The host at the address that has the MAC address; with no MAC address, the first one there.
     Host* Find(const IpAddress& ip, const Mac& mac);
     SendResult AskForMac(Host& host, const IpAddress& own, const IpAddress& peer);

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "tools/lanscout-sim/network/frames6.h"
+
 using lansim::ArpReplyFrame;
 using lansim::ArpRequest;
 using lansim::ArpRequestFrame;
@@ -229,6 +231,34 @@ TEST(SimFrames, DatagramToAClosedPortIsQuotedBack) {
     EXPECT_EQ(Hex(frame.substr(42 + 12, 8)), "0a6300010a63000a") << "the header that is quoted";
     EXPECT_EQ(Hex(frame.substr(42 + 20, 4)), "0fa00009") << "and the ports";
     EXPECT_EQ(frame.size(), 42U + 28U);
+}
+
+// Whatever one damaged byte makes of a frame, it is read without harm, and answered or not.
+TEST(SimFrames, DamagedFramesAreReadWithoutHarm) {
+    const lansim::Ipv6 camera = lansim::LinkLocalOf(kCameraMac);
+    const lansim::Ipv6 searcher = lansim::LinkLocalOf(kSearcherMac);
+    const std::string tcp = FromHex("024c0a63000a 020000000001 0800") + kSynPacket;
+    const std::vector<std::string> frames = {
+        kArpRequest, tcp,
+        UdpFrames(kSearcherMac, kCameraMac, {{kSearcherIp, 4000}, {kCameraIp, 9}, "text"}, 1)[0],
+        UdpFrames(kSearcherMac, kCameraMac, {{searcher, 4000}, {camera, 9}, "text"}, 1)[0],
+        lansim::NeighbourSolicitFrame({searcher, kSearcherMac}, camera)};
+    std::size_t answered = 0;
+    for (const auto& frame : frames) {
+        for (std::size_t at = 0; at < frame.size(); ++at) {
+            for (unsigned value = 0; value < 256; ++value) {
+                std::string damaged = frame;
+                damaged[at] = static_cast<char>(value);
+                const Heard heard = ReadFrame(damaged);
+                if (const auto* packet = std::get_if<lansim::TcpPacket>(&heard)) {
+                    answered += lansim::TcpRefusalFrame(kCameraMac, *packet).empty() ? 0 : 1;
+                } else if (const auto* datagram = std::get_if<Datagram>(&heard)) {
+                    answered += lansim::PortUnreachableFrame(kCameraMac, *datagram).empty() ? 0 : 1;
+                }
+            }
+        }
+    }
+    EXPECT_GT(answered, 10000U);
 }
 
 }  // namespace
