@@ -30,13 +30,13 @@ std::vector<SimulatedHost> HostsOf(const Population& population) {
         SimulatedHost& host = hosts[{device.ip, device.mac}];
         host.ip = device.ip;
         host.mac = device.mac;
-        host.udpPorts.push_back(kSsdpPort);
-        host.tcpPorts.push_back(device.port);
+        host.udpPorts.Add(kSsdpPort);
+        host.tcpPorts.Add(device.port);
     }
     std::vector<SimulatedHost> list;
     list.reserve(hosts.size());
     for (auto& [key, host] : hosts) {
-        list.push_back(host);
+        list.push_back(std::move(host));
     }
     return list;
 }

@@ -198,6 +198,7 @@ std::vector<Device*> From(std::vector<Device>& devices, std::size_t first) {
 
 void MakeCameras(const PopulationRequest& request, Addresses& addresses, Random& random,
                  std::vector<Camera>& cameras) {
+    cameras.reserve(cameras.size() + request.generated);
     for (std::size_t i = 0; i < request.generated; ++i) {
         Camera camera;
         camera.port = 0;

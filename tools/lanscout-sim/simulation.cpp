@@ -166,8 +166,8 @@ private:
         std::set<Ipv4> servers;
         std::set<std::uint16_t> ports;
         for (const auto& host : hosts) {
-            ports.insert(host.tcpPorts.begin(), host.tcpPorts.end());
-            if (!host.tcpPorts.empty()) {
+            ports.insert(host.tcpPorts.All().begin(), host.tcpPorts.All().end());
+            if (!host.tcpPorts.All().empty()) {
                 servers.insert(host.ip.V4());
             }
         }
@@ -215,7 +215,7 @@ private:
         const auto hosts = HostsOf(m_population);
         m_network = std::make_unique<LoopbackNetwork>(hosts, m_capture.get());
         for (const auto& host : hosts) {
-            for (const auto port : host.tcpPorts) {
+            for (const auto port : host.tcpPorts.All()) {
                 m_server->Listen({host.ip, port});
             }
         }

@@ -82,8 +82,8 @@ LoopbackNetwork::LoopbackNetwork(const std::vector<SimulatedHost>& hosts, Captur
     std::set<Endpoint> groups;
     std::size_t sockets = 0;
     for (const auto& host : hosts) {
-        sockets += host.udpPorts.size();
-        for (const auto port : host.udpPorts) {
+        sockets += host.udpPorts.All().size();
+        for (const auto port : host.udpPorts.All()) {
             groups.insert({kMulticastGroup, port});
         }
     }
@@ -93,7 +93,7 @@ LoopbackNetwork::LoopbackNetwork(const std::vector<SimulatedHost>& hosts, Captur
     }
     for (const auto& host : hosts) {
         m_macs[host.ip] = host.mac;
-        for (const auto port : host.udpPorts) {
+        for (const auto port : host.udpPorts.All()) {
             // Hosts that share an address share its sockets.
             if (!m_sockets.contains({host.ip, port})) {
                 Listen({host.ip, port}, false);

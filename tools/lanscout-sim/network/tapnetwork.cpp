@@ -45,10 +45,6 @@ void ReadAll(int fd, Handler handler) {
     }
 }
 
-bool Has(const std::vector<std::uint16_t>& ports, std::uint16_t port) {
-    return std::ranges::find(ports, port) != ports.end();
-}
-
 bool IsWorthRepeating(int error) {
     return error == EAGAIN || error == ENOBUFS || error == EINTR;
 }
@@ -68,8 +64,9 @@ TapNetwork::TapNetwork(TapDevice device, const Subnet& searcher,
         port.SetUp();
     }
     for (const auto& host : hosts) {
-        m_hosts[host.ip].push_back(
-            {host.mac, host.answersArp, host.asksArp, host.udpPorts, host.tcpPorts, {}});
+        m_hosts.emplace(
+            host.ip,
+            Host{host.mac, host.answersArp, host.asksArp, host.udpPorts, host.tcpPorts, {}});
     }
     Watch(m_tap.Get());
 }
@@ -137,11 +134,9 @@ void TapNetwork::HandleWhole(std::string_view frame, const DatagramHandler& hand
 
 void TapNetwork::Handle(const ArpRequest& request) {
     ++m_counts.arpRequestsHeard;
-    const auto found = m_hosts.find(request.target);
-    if (found == m_hosts.end()) {
-        return;
-    }
-    for (const auto& host : found->second) {
+    const auto [first, last] = m_hosts.equal_range(request.target);
+    for (auto entry = first; entry != last; ++entry) {
+        const Host& host = entry->second;
         if (host.answersArp &&
             Write(ArpReplyFrame({request.target, host.mac},
                                 {request.senderIp, request.senderMac})) == SendResult::Sent) {
@@ -173,11 +168,11 @@ void TapNetwork::Handle(const TcpPacket& packet) {
     if (host == nullptr) {
         return;
     }
-    if (!m_peerStack.IsOpen() || !Has(host->tcpPorts, packet.toPort)) {
+    if (!m_peerStack.IsOpen() || !host->tcpPorts.Has(packet.toPort)) {
         Refuse(TcpRefusalFrame(host->mac, packet));
         return;
     }
-    if (m_hosts.at(packet.to).size() > 1) {
+    if (m_hosts.count(packet.to) > 1) {
         m_connectedAs[packet.to] = packet.toMac;
     }
     [[maybe_unused]] const auto size =
@@ -204,7 +199,7 @@ void TapNetwork::PassOn(std::string_view packet) {
 void TapNetwork::Handle(const Datagram& datagram, const DatagramHandler& handler) {
     Learn(datagram.from.ip, datagram.fromMac);
     const Host* host = Find(datagram.to.ip, datagram.toMac);
-    if (host != nullptr && !Has(host->udpPorts, datagram.to.port)) {
+    if (host != nullptr && !host->udpPorts.Has(datagram.to.port)) {
         Refuse(PortUnreachableFrame(host->mac, datagram));
         return;
     }
@@ -226,14 +221,10 @@ void TapNetwork::Learn(const IpAddress& ip, const Mac& mac) {
 }
 
 TapNetwork::Host* TapNetwork::Find(const IpAddress& ip, const Mac& mac) {
-    const auto found = m_hosts.find(ip);
-    if (found == m_hosts.end()) {
-        return nullptr;
-    }
-    auto& hosts = found->second;
-    const auto host =
-        mac == Mac{} ? hosts.begin() : std::ranges::find(hosts, mac, &TapNetwork::Host::mac);
-    return host == hosts.end() ? nullptr : &*host;
+    const auto [first, last] = m_hosts.equal_range(ip);
+    const auto found = std::find_if(
+        first, last, [&](const auto& entry) { return mac == Mac{} || entry.second.mac == mac; });
+    return found == last ? nullptr : &found->second;
 }
 
 SendResult TapNetwork::Send(const Datagram& datagram) {

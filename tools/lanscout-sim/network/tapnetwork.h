@@ -57,8 +57,8 @@ private:
         Mac mac{};
         bool answersArp = true;
         bool asksArp = true;
-        std::vector<std::uint16_t> udpPorts;
-        std::vector<std::uint16_t> tcpPorts;
+        Ports udpPorts;
+        Ports tcpPorts;
         std::map<IpAddress, TimePoint> asked;  // whose MAC it has asked for, and when
     };
 
@@ -85,7 +85,7 @@ private:
     Capture* m_capture;
     TapCounts m_counts;
     Reassembly m_reassembly;
-    std::map<IpAddress, std::vector<Host>> m_hosts;
+    std::multimap<IpAddress, Host> m_hosts;
     std::map<IpAddress, Mac> m_peers;        // whom the hosts have heard
     std::map<IpAddress, Mac> m_connectedAs;  // which host of a shared address TCP last went to
     std::uint16_t m_nextIpId = 1;

@@ -81,11 +81,15 @@ TEST(SimReport, FileThatCannotBeWrittenIsNamed) {
                 ThrowsMessage<lansim::SetupError>(HasSubstr("/nowhere/stats.json: No such file")));
 }
 
+std::vector<std::uint16_t> Listed(const lansim::Ports& ports) {
+    return {ports.All().begin(), ports.All().end()};
+}
+
 TEST(SimHosts, CameraAndItsOtherSideAreOneHostWithBothPorts) {
     const auto hosts = HostsOf(CameraWithOtherSide());
     ASSERT_THAT(hosts, SizeIs(1));
-    EXPECT_THAT(hosts[0].udpPorts, UnorderedElementsAre(1900, 3702));
-    EXPECT_THAT(hosts[0].tcpPorts, ElementsAre(49152));
+    EXPECT_THAT(Listed(hosts[0].udpPorts), UnorderedElementsAre(1900, 3702));
+    EXPECT_THAT(Listed(hosts[0].tcpPorts), ElementsAre(49152));
     EXPECT_TRUE(hosts[0].answersArp);
     EXPECT_FALSE(hosts[0].asksArp);
 }
