@@ -70,6 +70,7 @@ def test_copies_of_a_probe_are_answered_once(network):
         replies = searcher.replies(7, seconds=1.5)
     assert len(replies) == 6
     assert counts_at_the_end(simulator, stats)["refused"] == {"repeated": 2}
+    assert "nobody answers" not in simulator.output()
 
 
 def test_resolve_is_answered_by_the_device_it_names(network):

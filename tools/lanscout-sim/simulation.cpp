@@ -327,7 +327,11 @@ private:
 
     void Take(const Datagram& datagram) {
         if (datagram.to.port == kDiscoveryPort) {
-            Explain(datagram, m_cameras->OnDatagram(datagram, Clock::now()).refused, "a Probe");
+            // A copy under the same MessageID is no mistake: SOAP-over-UDP sends them.
+            const auto refused = m_cameras->OnDatagram(datagram, Clock::now()).refused;
+            if (refused != ProbeError::Repeated) {
+                Explain(datagram, refused, "a Probe");
+            }
         } else if (datagram.to.port == kSsdpPort) {
             const auto refused = m_upnp->OnDatagram(datagram, Clock::now()).refused;
             if (refused != SsdpError::OtherMessage) {
