@@ -36,7 +36,11 @@ void LibraryLog::Take(const StandaloneHost::LogRecord& record, void* cookie) {
     auto& self = *static_cast<LibraryLog*>(cookie);
     if (record.level <= LOG_LEVEL_NOTICE) {
         const std::lock_guard lock(self.m_mutex);
-        self.m_failures[pthread_self()] = {std::string(record.format), NumberIn(record)};
+        // What is said after the number tells less: that setting up the socket failed.
+        LoggedFailure& failure = self.m_failures[pthread_self()];
+        if (failure.format.empty() || record.format.ends_with(kNumberAtEnd)) {
+            failure = {std::string(record.format), NumberIn(record)};
+        }
     }
     const std::string_view line = record.line.substr(0, record.line.size() - 1);
     self.m_sender.Send(LogMessage{record.level, std::string(line)});

@@ -27,7 +27,8 @@ public:
     LibraryLog(const LibraryLog&) = delete;
     LibraryLog& operator=(const LibraryLog&) = delete;
 
-    // The last failure that this thread told of; an empty format: none.
+    // The last failure that this thread told of, one with a number before those without; an empty
+    // format: none.
     LoggedFailure FailureOf(pthread_t thread);
 
 private:
