@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <utility>
 
 #include "finder/text/addresstext.h"
 
@@ -22,13 +24,30 @@ void EnlargeBuffer(int fd, int bytes) {
     }
 }
 
-OpenedSocket OpenBound(const sockaddr_in& local, int bufferBytes) {
-    Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+template <typename Address>
+Endpoint EndpointOf(const Address& address) {
+    Endpoint endpoint;
+    std::memcpy(&endpoint.address, &address, sizeof address);
+    endpoint.length = sizeof address;
+    return endpoint;
+}
+
+const sockaddr* AddressOf(const Endpoint& endpoint) {
+    return reinterpret_cast<const sockaddr*>(&endpoint.address);
+}
+
+OpenedSocket OpenBound(const Endpoint& local, int bufferBytes) {
+    constexpr int kOn = 1;
+    const int family = local.address.ss_family;
+    Descriptor socket(::socket(family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!socket) {
         return Failed(errno);
     }
     EnlargeBuffer(socket.Fd(), bufferBytes);
-    if (bind(socket.Fd(), reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
+    if (family == AF_INET6) {
+        setsockopt(socket.Fd(), IPPROTO_IPV6, IPV6_V6ONLY, &kOn, sizeof kOn);
+    }
+    if (bind(socket.Fd(), AddressOf(local), local.length) != 0) {
         return Failed(errno);
     }
     return {std::move(socket), 0};
@@ -41,8 +60,7 @@ OpenedSocket OpenSocketAt(const std::string& address, int port, int bufferBytes)
     if (!value) {
         return Failed(EADDRNOTAVAIL);
     }
-    OpenedSocket opened =
-        OpenBound(Ipv4Endpoint(*value, static_cast<std::uint16_t>(port)), bufferBytes);
+    OpenedSocket opened = OpenBound(Ipv4Endpoint(*value, port), bufferBytes);
     // Whatever route there is for the group. An address that no interface lists (127.0.0.2) needs
     // none: the one that the socket is bound to decides.
     const in_addr interface { htonl(*value) };
@@ -50,21 +68,37 @@ OpenedSocket OpenSocketAt(const std::string& address, int port, int bufferBytes)
     return opened;
 }
 
-OpenedSocket OpenSocketAnywhere(int port, int bufferBytes) {
-    return OpenBound(Ipv4Endpoint(INADDR_ANY, static_cast<std::uint16_t>(port)), bufferBytes);
+OpenedSocket OpenIpv6SocketAt(const std::string& address, unsigned int interface, int port,
+                              int bufferBytes) {
+    OpenedSocket opened = OpenBound(Ipv6Endpoint(address, interface, port), bufferBytes);
+    setsockopt(opened.socket.Fd(), IPPROTO_IPV6, IPV6_MULTICAST_IF, &interface, sizeof interface);
+    return opened;
 }
 
-sockaddr_in Ipv4Endpoint(std::uint32_t address, std::uint16_t port) {
+OpenedSocket OpenSocketAnywhere(int port, int bufferBytes) {
+    return OpenBound(Ipv4Endpoint(INADDR_ANY, port), bufferBytes);
+}
+
+Endpoint Ipv4Endpoint(std::uint32_t address, int port) {
     sockaddr_in endpoint{};
     endpoint.sin_family = AF_INET;
-    endpoint.sin_port = htons(port);
+    endpoint.sin_port = htons(static_cast<std::uint16_t>(port));
     endpoint.sin_addr.s_addr = htonl(address);
-    return endpoint;
+    return EndpointOf(endpoint);
 }
 
-int SendDatagram(int fd, std::string_view text, const sockaddr_in& to) {
-    const ssize_t sent = sendto(fd, text.data(), text.size(), MSG_NOSIGNAL,
-                                reinterpret_cast<const sockaddr*>(&to), sizeof to);
+Endpoint Ipv6Endpoint(const std::string& address, unsigned int interface, int port) {
+    sockaddr_in6 endpoint{};
+    endpoint.sin6_family = AF_INET6;
+    endpoint.sin6_port = htons(static_cast<std::uint16_t>(port));
+    endpoint.sin6_scope_id = interface;
+    inet_pton(AF_INET6, address.c_str(), &endpoint.sin6_addr);
+    return EndpointOf(endpoint);
+}
+
+int SendDatagram(int fd, std::string_view text, const Endpoint& to) {
+    const ssize_t sent =
+        sendto(fd, text.data(), text.size(), MSG_NOSIGNAL, AddressOf(to), to.length);
     return sent < 0 ? errno : 0;
 }
 

@@ -24,13 +24,26 @@ struct OpenedSocket {
 // Bound to an address of this machine; what goes to a group leaves by its interface.
 OpenedSocket OpenSocketAt(const std::string& address, int port, int bufferBytes);
 
+// The same for an IPv6 address (without its zone) of the interface with that index.
+OpenedSocket OpenIpv6SocketAt(const std::string& address, unsigned int interface, int port,
+                              int bufferBytes);
+
 // Bound to none: the kernel chooses the way for each datagram.
 OpenedSocket OpenSocketAnywhere(int port, int bufferBytes);
 
-sockaddr_in Ipv4Endpoint(std::uint32_t address, std::uint16_t port);
+// Where a datagram goes.
+struct Endpoint {
+    sockaddr_storage address{};
+    socklen_t length = 0;
+};
+
+Endpoint Ipv4Endpoint(std::uint32_t address, int port);
+
+// With the index of its interface where it is a link-local or multicast one.
+Endpoint Ipv6Endpoint(const std::string& address, unsigned int interface, int port);
 
 // 0, or the errno value of what failed.
-int SendDatagram(int fd, std::string_view text, const sockaddr_in& to);
+int SendDatagram(int fd, std::string_view text, const Endpoint& to);
 
 // Whom a datagram came from.
 struct Correspondent {

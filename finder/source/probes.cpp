@@ -6,18 +6,26 @@
 #include <cerrno>
 #include <chrono>
 #include <deque>
+#include <optional>
 #include <set>
+#include <span>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "finder/machine/interfaces.h"
+#include "finder/machine/neighbourtable.h"
 #include "finder/source/datagrams.h"
 #include "finder/source/explain.h"
+#include "finder/source/neighbourasker.h"
 #include "finder/source/onvifdevice.h"
+#include "finder/source/probemessage.h"
+#include "finder/source/probeposts.h"
 #include "finder/source/probeschedule.h"
 #include "finder/source/replymemory.h"
-#include "finder/source/subnet.h"
+#include "finder/source/unicastfailures.h"
+#include "finder/source/unicastplan.h"
 #include "finder/text/addresstext.h"
 
 namespace Lanscout {
@@ -25,25 +33,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// WS-Discovery (April 2005), 2.4.
-constexpr std::uint32_t kGroup = 0xEFFFFFFA;  // 239.255.255.250
-
-// Room for the replies of a large network that come at once; of all sockets together, as a flood
-// can fill it.
-constexpr int kAllBuffersBytes = 64 * 1024 * 1024;
-constexpr int kMostBufferBytes = 16 * 1024 * 1024;
-
 constexpr std::size_t kMostAtOnce = 128;  // so that one flooded socket does not keep the others
 constexpr std::size_t kMostWaitingBytes = std::size_t{8} * 1024 * 1024;
-constexpr int kParsedAtOnce = 16;                       // before the sockets are looked at again
+constexpr int kReadAtOnce = 16;                         // before the sockets are looked at again
 constexpr std::chrono::milliseconds kLastReplies{200};  // what waits to be read when time is over
-
-// One socket, and the address that it searches from.
-struct Post {
-    Target target;
-    Descriptor socket;
-    std::vector<Subnet> subnets;
-};
 
 // A reply that has not been read.
 struct Waiting {
@@ -55,73 +48,82 @@ struct Waiting {
 
 class Prober {
 public:
-    Prober(const Job& job, Sender& sender)
-        : m_sender(sender), m_end(Clock::now() + job.request.timeout) {
-        Open(job);
-    }
-
+    Prober(const Job& job, Sender& sender);
     void Run();
 
 private:
-    void Open(const Job& job);
-    void SendDue(ProbeSchedule& schedule);
-    void Send(const ProbeSchedule::Due& due);
+    void SendDue();
+    void SendToGroup(const ProbeSchedule::Due& due);
+    void SendToSingle(const UnicastPlan::Due& due);
+    void SendToNeighbour(const NeighbourAsker::Due& due);
+    Clock::time_point NextSend() const;
     void Receive(int timeoutMilliseconds);
     void Keep(std::size_t post, const Correspondent& sender, std::string_view text);
+    void ReadNeighbours();
     void ReadWaiting();
     void ReadOne(const Waiting& reply);
-    void Tell(FailureMessage failure);
+    Target ViaOf(const ProbePost& post, std::uint32_t sender) const;
+    void Tell(const FailureMessage& failure);
 
     Sender& m_sender;
+    Clock::time_point m_start = Clock::now();
     Clock::time_point m_end;
-    std::vector<Post> m_posts;
-    std::vector<pollfd> m_polled;
-    std::vector<Subnet> m_subnets;  // of all interfaces
+    std::vector<LocalAddress> m_local = ReadLocalAddresses();
+    std::vector<Subnet> m_subnets = SubnetsOf(m_local, "");
     std::set<Target> m_failed;
+    std::vector<ProbePost> m_posts;
+    std::vector<pollfd> m_polled;  // of the posts, and the last of the table of neighbours
+    ProbeSchedule m_schedule;
+    UnicastPlan m_plan;
+    UnicastFailures m_singleFailures;
+    std::optional<NeighbourTable> m_neighbours;
+    NeighbourAsker m_asker;
+    MessageIds m_ids;
     DatagramReader m_reader;
     ReplyMemory m_memory;
     std::deque<Waiting> m_waiting;
     std::size_t m_waitingBytes = 0;
 };
 
-std::vector<Subnet> SubnetsOf(const std::vector<LocalAddress>& local,
-                              const std::string& interface) {
-    std::vector<Subnet> subnets;
-    for (const LocalAddress& one : local) {
-        const auto subnet = SubnetFrom(one.network);
-        if (subnet && (interface.empty() || one.interface == interface)) {
-            subnets.push_back(*subnet);
-        }
+std::size_t GroupCount(const std::vector<ProbePost>& posts) {
+    return static_cast<std::size_t>(std::count_if(
+        posts.begin(), posts.end(), [](const ProbePost& post) { return post.group.length != 0; }));
+}
+
+std::span<const AddressRange> RangesFor(const Request& request,
+                                        const std::vector<ProbePost>& posts) {
+    const bool open = !posts.empty() && posts.back().group.length == 0;
+    return open ? std::span(request.to) : std::span<const AddressRange>();
+}
+
+// A full queue of the device is nothing lasting: all is sent again.
+bool IsLasting(int error) {
+    return error != 0 && error != EAGAIN && error != ENOBUFS;
+}
+
+Prober::Prober(const Job& job, Sender& sender)
+    : m_sender(sender),
+      m_end(m_start + job.request.timeout),
+      m_posts(OpenProbePosts(job, m_local, [&](const FailureMessage& failure) { Tell(failure); })),
+      m_schedule(GroupCount(m_posts), m_start),
+      m_plan(RangesFor(job.request, m_posts), m_subnets, job.request.rate, m_start),
+      m_asker(m_start, NeighbourTableRoom()) {
+    for (const ProbePost& post : m_posts) {
+        m_polled.push_back({post.socket.Fd(), POLLIN, 0});
     }
-    return subnets;
-}
-
-int BufferBytes(std::size_t sockets) {
-    return std::min(kAllBuffersBytes / std::max(static_cast<int>(sockets), 1), kMostBufferBytes);
-}
-
-void Prober::Open(const Job& job) {
-    const std::vector<LocalAddress> local = ReadLocalAddresses();
-    m_subnets = SubnetsOf(local, "");
-    for (const Target& target : job.targets) {
-        const int port = job.request.sourcePort;
-        OpenedSocket opened = OpenSocketAt(target.address, port, BufferBytes(job.targets.size()));
-        if (opened.socket) {
-            m_polled.push_back({opened.socket.Fd(), POLLIN, 0});
-            m_posts.push_back(
-                {target, std::move(opened.socket), SubnetsOf(local, target.interface)});
-        } else {
-            Tell(ExplainBind(target, opened.error, port));
-        }
+    try {
+        m_neighbours.emplace();
+        m_polled.push_back({m_neighbours->Fd(), POLLIN, 0});
+    } catch (const std::system_error&) {
+        m_neighbours.reset();  // without it everybody is asked once more
     }
 }
 
 void Prober::Run() {
-    ProbeSchedule schedule(m_posts.size(), Clock::now());
     for (auto now = Clock::now(); now < m_end; now = Clock::now()) {
-        SendDue(schedule);
-        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(
-            std::min(schedule.Next(), m_end) - Clock::now());
+        SendDue();
+        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(std::min(NextSend(), m_end) -
+                                                                       Clock::now());
         Receive(m_waiting.empty() ? std::max(static_cast<int>(wait.count()), 0) : 0);
         ReadWaiting();
     }
@@ -130,37 +132,77 @@ void Prober::Run() {
         Receive(0);
         ReadWaiting();
     } while (!m_waiting.empty() && Clock::now() < last);
+    m_singleFailures.Tell(m_plan.AddressCount(), GroupCount(m_posts) == 0, m_sender);
     m_sender.Send(DoneMessage{});
 }
 
-void Prober::SendDue(ProbeSchedule& schedule) {
+Clock::time_point Prober::NextSend() const {
+    return std::min({m_schedule.Next(), m_plan.Next(), m_asker.Next()});
+}
+
+void Prober::SendDue() {
     const auto now = Clock::now();
-    while (const auto due = schedule.Take(now)) {
-        Send(*due);
+    while (const auto due = m_schedule.Take(now)) {
+        SendToGroup(*due);
+    }
+    while (const auto due = m_plan.Take(now)) {
+        SendToSingle(*due);
+    }
+    while (const auto due = m_asker.Take(now)) {
+        SendToNeighbour(*due);
     }
 }
 
-void Prober::Send(const ProbeSchedule::Due& due) {
-    const Post& post = m_posts[due.target];
-    const int error = SendDatagram(post.socket.Fd(), ProbeMessage(due.type, due.messageId),
-                                   Ipv4Endpoint(kGroup, kDiscoveryPort));
-    // A full queue of the device is nothing lasting: all is sent again.
-    if (error != 0 && error != EAGAIN && error != ENOBUFS) {
+void Prober::SendToGroup(const ProbeSchedule::Due& due) {
+    const ProbePost& post = m_posts[due.target];
+    const int error =
+        SendDatagram(post.socket.Fd(), ProbeMessage(due.type, due.messageId), post.group);
+    if (IsLasting(error)) {
         Tell(ExplainSend(post.target, error));
     }
+}
+
+void Prober::SendToSingle(const UnicastPlan::Due& due) {
+    const int error = SendDatagram(m_posts.back().socket.Fd(), ProbeMessage(due.type, m_ids.Next()),
+                                   Ipv4Endpoint(due.address, kDiscoveryPort));
+    if (IsLasting(error)) {
+        m_singleFailures.Note(due.address, error);
+    }
+}
+
+void Prober::SendToNeighbour(const NeighbourAsker::Due& due) {
+    SendDatagram(m_posts[due.post].socket.Fd(),
+                 ProbeMessage(ProbeType::NetworkVideoTransmitter, m_ids.Next()),
+                 Ipv4Endpoint(Ipv4Value(due.address).value_or(0), kDiscoveryPort));
 }
 
 void Prober::Receive(int timeoutMilliseconds) {
     if (poll(m_polled.data(), m_polled.size(), timeoutMilliseconds) <= 0) {
         return;
     }
-    for (std::size_t post = 0; post < m_polled.size(); ++post) {
+    if (m_neighbours && m_polled.back().revents != 0) {
+        ReadNeighbours();
+    }
+    for (std::size_t post = 0; post < m_posts.size(); ++post) {
         if (m_polled[post].revents != 0 && m_waitingBytes < kMostWaitingBytes) {
             m_reader.Read(m_polled[post].fd, kMostAtOnce,
                           [&](const Correspondent& sender, std::string_view text) {
                               Keep(post, sender, text);
                           });
         }
+    }
+}
+
+void Prober::ReadNeighbours() {
+    try {
+        m_neighbours->Read([&](const Neighbour& neighbour) {
+            if (IsIpv4Text(neighbour.address)) {
+                m_asker.NoteKnown(neighbour.address);
+            }
+        });
+    } catch (const std::system_error&) {
+        m_neighbours.reset();
+        m_polled.pop_back();
     }
 }
 
@@ -174,24 +216,20 @@ void Prober::Keep(std::size_t post, const Correspondent& sender, std::string_vie
 }
 
 void Prober::ReadWaiting() {
-    for (int i = 0; i < kParsedAtOnce && !m_waiting.empty(); ++i) {
+    for (int i = 0; i < kReadAtOnce && !m_waiting.empty(); ++i) {
         ReadOne(m_waiting.front());
         m_waitingBytes -= m_waiting.front().text.size();
         m_waiting.pop_front();
     }
 }
 
-Reach ReachOf(const std::vector<Subnet>& subnets, const std::string& address) {
-    const auto value = Ipv4Value(address);
-    const bool local = std::any_of(subnets.begin(), subnets.end(), [&](const Subnet& subnet) {
-        return value && subnet.Contains(*value);
-    });
-    return local ? Reach::Local : Reach::Foreign;
+bool IsInOneOf(const std::vector<Subnet>& subnets, std::uint32_t address) {
+    return std::any_of(subnets.begin(), subnets.end(),
+                       [&](const Subnet& subnet) { return subnet.Contains(address); });
 }
 
 void Prober::ReadOne(const Waiting& reply) {
     auto matches = ReadReply(reply.text);
-    const Post& post = m_posts[reply.post];
     if (!matches) {
         return;
     }
@@ -199,16 +237,38 @@ void Prober::ReadOne(const Waiting& reply) {
     if (matches->empty() && isFirst) {
         matches->emplace_back();  // who answers is there, whatever else it says
     }
+    const ProbePost& post = m_posts[reply.post];
     const std::string address = reply.sender.Text();
-    const ReplySender from{address, ReachOf(post.subnets, address), m_subnets};
+    const auto value = Ipv4Value(address);
+    const bool local = value && IsInOneOf(post.subnets, *value);
+    if (value) {
+        m_plan.NoteAnswer(*value);
+    }
+    if (local) {
+        m_asker.NoteHeard(reply.post, address);
+    }
+    const ReplySender from{address, local ? Reach::Local : post.elsewhere, m_subnets};
+    const Target via = value ? ViaOf(post, *value) : post.target;
     for (const ProbeMatch& match : *matches) {
-        m_sender.Send(SightingMessage{{SourceId::Probes, post.target, OnvifDevice(match, from)}});
+        m_sender.Send(SightingMessage{{SourceId::Probes, via, OnvifDevice(match, from)}});
     }
 }
 
-void Prober::Tell(FailureMessage failure) {
+// Who was asked at its own address may be in a subnet of ours all the same.
+Target Prober::ViaOf(const ProbePost& post, std::uint32_t sender) const {
+    if (post.group.length != 0) {
+        return post.target;
+    }
+    const auto found = std::find_if(m_local.begin(), m_local.end(), [&](const LocalAddress& one) {
+        const auto subnet = SubnetFrom(one.network);
+        return subnet && subnet->Contains(sender);
+    });
+    return found == m_local.end() ? Target() : Target{found->interface, found->address};
+}
+
+void Prober::Tell(const FailureMessage& failure) {
     if (m_failed.insert(failure.target).second) {
-        m_sender.Send(std::move(failure));
+        m_sender.Send(failure);
     }
 }
 

@@ -1,0 +1,28 @@
+// Addresses to be asked one by one, as people write them.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "finder/source/request.h"
+
+namespace Lanscout {
+
+// Of all ranges together.
+inline constexpr std::uint64_t kMostSingleAddresses = 65536;
+
+// Adds what the text means:
+//     10.20.0.0/24            a subnet, without the addresses of the net itself and of all its
+//     hosts 10.30.0.5-10.30.0.40    both ends included 10.30.0.5               one
+//     @FILE                   one of these a line; what follows a # is a comment
+// Throws std::invalid_argument when it means nothing, or would make more than kMostSingleAddresses;
+// the text says what is wrong and where, with the file and its line where it is in one. The ranges
+// are then as they were.
+void AddAddressRanges(const std::string& text, std::vector<AddressRange>& ranges);
+
+// How many addresses that is; one that is in two ranges counts twice.
+std::uint64_t CountAddresses(std::span<const AddressRange> ranges);
+
+}  // namespace Lanscout
