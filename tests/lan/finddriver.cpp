@@ -9,9 +9,11 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "finder/device/devicejson.h"
 #include "finder/finder.h"
+#include "finder/source/addressrange.h"
 #include "tests/lan/events.h"
 
 namespace {
@@ -64,9 +66,17 @@ int main(int argc, char** argv) try {
     app.add_option("--interface", request.interfaces);
     app.add_option("--address", request.addresses);
     app.add_option("--source-port", request.sourcePort);
+    app.add_option("--rate", request.rate);
+    std::vector<std::string> to;
+    app.add_option("--to", to);
     app.add_flag("--upnp", request.upnp);
+    app.add_flag("!--ipv6", request.ipv4, "only IPv6");
+    app.add_flag("!--ipv4", request.ipv6, "only IPv4");
     CLI11_PARSE(app, argc, argv);
     request.timeout = std::chrono::seconds(seconds);
+    for (const std::string& text : to) {
+        Lanscout::AddAddressRanges(text, request.to);
+    }
     Print({{"event", "started"}});
     Printer printer;
     const Lanscout::Report report = Lanscout::RunSearch(request, {}, printer);
