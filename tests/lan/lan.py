@@ -32,7 +32,8 @@ PORT = 3702  # WS-Discovery
 NETNS_FOLDER = Path("/run/netns")
 CLONE_NEWNET = 0x40000000
 NAME_PATTERN = re.compile(r"^ls\d{4,}-(\d+)$")
-TOOL_PATH = os.environ.get("PATH", "") + ":/usr/sbin:/sbin"
+DAEMONS = Path(__file__).resolve().parents[2] / "build/daemons/bin"  # see scripts/daemons
+TOOL_PATH = f"{DAEMONS}:{os.environ.get('PATH', '')}:/usr/sbin:/sbin"
 
 _libc = ctypes.CDLL(None, use_errno=True)
 _numbers = itertools.count(1)

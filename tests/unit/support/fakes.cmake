@@ -41,6 +41,7 @@ set(fake_xml_wrap xmlParseMemory xmlFreeDoc xmlDocGetRootElement xmlCreateMemory
 # are many (KEEPS_MUCH) that takes too long, and only the bounded build is checked for leaks. Where
 # memory is refused to libxml2 it loses some itself (LIBXML2_LEAKS), and neither build is checked.
 function(lanscout_search_test name)
+  lanscout_test_area(area)
   cmake_parse_arguments(arg "KEEPS_MUCH;LIBXML2_LEAKS" "" "LIBS;WRAP" ${ARGN})
   foreach(bounded IN ITEMS 0 1)
     lanscout_test_target(${name} target)
@@ -62,6 +63,7 @@ function(lanscout_search_test name)
     endif()
     add_executable(${target} ${name}.cpp)
     add_dependencies(unit_tests ${target})
+    add_dependencies(unit_tests_${area} ${target})
     lanscout_test_compile(${target})
     target_precompile_headers(${target} REUSE_FROM test_headers)
     target_compile_definitions(${target} PRIVATE LANSCOUT_BOUNDED=${bounded})
@@ -70,7 +72,7 @@ function(lanscout_search_test name)
       target_link_options(${target} PRIVATE LINKER:--wrap=${function})
     endforeach()
     gtest_discover_tests(${target} TEST_PREFIX ${prefix}
-      PROPERTIES LABELS unit TIMEOUT 60 ENVIRONMENT LSAN_OPTIONS=${leaks})
+      PROPERTIES LABELS unit-${area} TIMEOUT 60 ENVIRONMENT LSAN_OPTIONS=${leaks})
   endforeach()
 endfunction()
 
