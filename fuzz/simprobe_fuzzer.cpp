@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -60,7 +61,7 @@ lansim::Population Devices() {
 
 // What the devices of the responder answer to the datagram.
 template <typename Responder, typename Device>
-std::vector<std::string> Ask(std::vector<Device> devices, const lansim::Datagram& datagram) {
+std::vector<std::string> Ask(std::deque<Device> devices, const lansim::Datagram& datagram) {
     const lansim::TimePoint start{};
     lansim::Outbox outbox(1, 0);
     Responder responder(devices, {}, outbox);

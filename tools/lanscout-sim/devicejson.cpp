@@ -103,6 +103,8 @@ void ReadIdentity(JsonReader& reader, Device& device) {
     reader.ReadNumber("port", device.port, 1, kLargestPort);
     reader.ReadText("ip", device.ip, ParseIpv4, "an IPv4 address");
     reader.ReadText("mac", device.mac, ParseMac, "a MAC address as 02:4C:00:00:00:01");
+    reader.Read("present", device.isPresent);
+    reader.Read("muted", device.isMuted);
 }
 
 std::string FileText(const JsonReader& reader, const DeviceFiles& files, const std::string& name) {
@@ -238,7 +240,9 @@ ordered_json TruthOf(const Camera& camera) {
         {"channels", camera.channels},
         {"shape", camera.shape},
         {"delayMs", nullptr},
-        {"misbehaviours", KindsOf(camera.misbehaviours)}};
+        {"misbehaviours", KindsOf(camera.misbehaviours)},
+        {"present", camera.isPresent},
+        {"muted", camera.isMuted}};
     if (camera.delay) {
         truth["delayMs"] = camera.delay->count();
     }
@@ -259,7 +263,9 @@ ordered_json TruthOf(const UpnpDevice& device) {
             {"type", TypeOf(device)},
             {"uuid", device.uuid},
             {"descriptionUrl", LocationOf(device)},
-            {"misbehaviours", KindsOf(device.misbehaviours)}};
+            {"misbehaviours", KindsOf(device.misbehaviours)},
+            {"present", device.isPresent},
+            {"muted", device.isMuted}};
 }
 
 }  // namespace lansim

@@ -16,9 +16,12 @@ SimulatedHost HostOf(const Camera& camera, const IpAddress& ip) {
 
 }  // namespace
 
-std::vector<SimulatedHost> HostsOf(const Population& population) {
+std::vector<SimulatedHost> HostsOf(const Population& population, Attendance attendance) {
     std::map<std::pair<IpAddress, Mac>, SimulatedHost> hosts;
     for (const auto& camera : population.cameras) {
+        if (!camera.isPresent && attendance == Attendance::Present) {
+            continue;
+        }
         if (camera.hasIpv4) {
             hosts[{camera.ip, camera.mac}] = HostOf(camera, camera.ip);
         }
@@ -27,6 +30,9 @@ std::vector<SimulatedHost> HostsOf(const Population& population) {
         }
     }
     for (const auto& device : population.upnpDevices) {
+        if (!device.isPresent && attendance == Attendance::Present) {
+            continue;
+        }
         SimulatedHost& host = hosts[{device.ip, device.mac}];
         host.ip = device.ip;
         host.mac = device.mac;

@@ -8,6 +8,10 @@
 
 namespace lansim {
 
-std::vector<SimulatedHost> HostsOf(const Population& population);
+// Who is there now, or who is ever there.
+enum class Attendance { Present, Ever };
+
+std::vector<SimulatedHost> HostsOf(const Population& population,
+                                   Attendance attendance = Attendance::Present);
 
 }  // namespace lansim

@@ -216,6 +216,9 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--devices", options.devicesFile,
                    "write the list of devices as JSON before the ready line; - is stdout")
         ->type_name("FILE");
+    app.add_option("--control", options.controlFile,
+                   "steer the run through this Unix socket, with HTTP and JSON")
+        ->type_name("FILE");
     app.add_option("--seconds", raw.seconds, "end after so many seconds")
         ->check(CLI::Range(0.001, 1e6).description(""))
         ->type_name("N");

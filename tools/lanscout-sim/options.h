@@ -36,6 +36,7 @@ struct Options {
     std::string captureFile;
     std::string statsFile;
     std::string devicesFile;
+    std::string controlFile;
     std::optional<std::chrono::milliseconds> duration;
     std::optional<int> readyFd;
     std::optional<User> user;  // who runs the command

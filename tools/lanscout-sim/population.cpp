@@ -47,6 +47,8 @@ constexpr std::array<CatalogueEntry, 4> kCatalogue = {{
 }};
 
 constexpr std::uint16_t kHttpPort = 80;
+// Where those that come later look for a free address.
+constexpr std::uint32_t kFirstAddedHost = 10;
 // 192.168.77.10: where a camera often stands that was set up for somebody else's network.
 constexpr Ipv4 kFirstForeign{0xC0A84D0A};
 constexpr std::size_t kMostForeign = 200;
@@ -188,7 +190,7 @@ std::vector<MisbehaviourShare> SharesOf(const std::vector<MisbehaviourShare>& sh
 }
 
 template <typename Device>
-std::vector<Device*> From(std::vector<Device>& devices, std::size_t first) {
+std::vector<Device*> From(std::deque<Device>& devices, std::size_t first) {
     std::vector<Device*> pointers;
     for (std::size_t i = first; i < devices.size(); ++i) {
         pointers.push_back(&devices[i]);
@@ -197,8 +199,7 @@ std::vector<Device*> From(std::vector<Device>& devices, std::size_t first) {
 }
 
 void MakeCameras(const PopulationRequest& request, Addresses& addresses, Random& random,
-                 std::vector<Camera>& cameras) {
-    cameras.reserve(cameras.size() + request.generated);
+                 std::deque<Camera>& cameras) {
     for (std::size_t i = 0; i < request.generated; ++i) {
         Camera camera;
         camera.port = 0;
@@ -251,8 +252,8 @@ UpnpDevice FromCatalogue(std::size_t number) {
     return device;
 }
 
-void GenerateUpnp(const PopulationRequest& request, const std::vector<Camera>& cameras,
-                  std::vector<UpnpDevice>& devices) {
+void GenerateUpnp(const PopulationRequest& request, const std::deque<Camera>& cameras,
+                  std::deque<UpnpDevice>& devices) {
     std::size_t nextCamera = request.named.size();
     std::size_t nextOther = 0;
     for (std::size_t i = 0; i < request.generatedUpnp; ++i) {
@@ -265,7 +266,7 @@ void GenerateUpnp(const PopulationRequest& request, const std::vector<Camera>& c
     }
 }
 
-void Complete(UpnpDevice& device, const std::vector<Camera>& cameras, Addresses& addresses,
+void Complete(UpnpDevice& device, const std::deque<Camera>& cameras, Addresses& addresses,
               Random& random) {
     const auto uuid = random.Uuid();
     if (device.uuid.empty()) {
@@ -291,7 +292,7 @@ void Complete(UpnpDevice& device, const std::vector<Camera>& cameras, Addresses&
 
 // Whether an earlier device has the address too and each has said which MAC address it has there.
 template <typename Device>
-bool SharesWithAnEarlierOne(const std::vector<Device>& devices, std::size_t number) {
+bool SharesWithAnEarlierOne(const std::deque<Device>& devices, std::size_t number) {
     const Device& device = devices[number];
     bool isShared = false;
     for (std::size_t i = 0; i < number; ++i) {
@@ -324,6 +325,33 @@ void TakeNamedAddresses(const PopulationRequest& request, Addresses& addresses) 
     }
 }
 
+template <typename Device>
+void CompleteIdentity(Device& device, const Population& population, const Subnet& network) {
+    const std::size_t number = population.cameras.size() + population.upnpDevices.size() + 1;
+    if (device.uuid.empty()) {
+        device.uuid = Random(KeyOf("added"), {number}).Uuid();
+    }
+    if (device.name.empty()) {
+        device.name = fmt::format("Added {}", number);
+    }
+    if (device.ip == Ipv4{}) {
+        std::set<Ipv4> taken = {network.address};
+        std::ranges::transform(population.cameras, std::inserter(taken, taken.end()), &Camera::ip);
+        std::ranges::transform(population.upnpDevices, std::inserter(taken, taken.end()),
+                               &UpnpDevice::ip);
+        device.ip = {network.Network().value + kFirstAddedHost};
+        while (taken.contains(device.ip)) {
+            ++device.ip.value;
+        }
+        if (!(device.ip < network.Broadcast())) {
+            throw SetupError(fmt::format("{} is full", ToText(network)));
+        }
+    }
+    if (device.mac == Mac{}) {
+        device.mac = MacFor(device.ip);
+    }
+}
+
 }  // namespace
 
 Population MakePopulation(const PopulationRequest& request) {
@@ -344,6 +372,17 @@ Population MakePopulation(const PopulationRequest& request) {
         Complete(device, population.cameras, addresses, random);
     }
     return population;
+}
+
+void CompleteAdded(Camera& camera, const Population& population, const Subnet& network) {
+    CompleteIdentity(camera, population, network);
+}
+
+void CompleteAdded(UpnpDevice& device, const Population& population, const Subnet& network) {
+    CompleteIdentity(device, population, network);
+    if (device.port == 0) {
+        device.port = kUpnpPort;
+    }
 }
 
 }  // namespace lansim

@@ -41,6 +41,10 @@ public:
         for (const auto& [item, place] : reader.ReadList("devices")) {
             ReadEither(*item, place);
         }
+        for (const auto& [item, place] : reader.ReadList("timeline")) {
+            JsonReader event(*item, place);
+            m_scenario.timeline.push_back(ReadTimelineEvent(event));
+        }
         reader.RefuseUnknownKeys();
         return std::move(m_scenario);
     }

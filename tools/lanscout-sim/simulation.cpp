@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "tools/lanscout-sim/command.h"
+#include "tools/lanscout-sim/controlapi.h"
 #include "tools/lanscout-sim/hosts.h"
 #include "tools/lanscout-sim/network/loopbacknetwork.h"
 #include "tools/lanscout-sim/network/netdevice.h"
@@ -21,6 +22,8 @@
 #include "tools/lanscout-sim/population.h"
 #include "tools/lanscout-sim/report.h"
 #include "tools/lanscout-sim/scenario.h"
+#include "tools/lanscout-sim/stage.h"
+#include "tools/lanscout-sim/timeline.h"
 #include "tools/lanscout-sim/upnp/descriptionserver.h"
 #include "tools/lanscout-sim/upnp/upnpresponder.h"
 
@@ -53,11 +56,15 @@ Descriptor MakeSignalDescriptor() {
 
 // A scenario written for namespace mode serves on loopback too: each device keeps its number in
 // the network.
+Ipv4 Moved(const Subnet& subnet, Ipv4 ip) {
+    return {subnet.Network().value | (ip.value & ~subnet.Mask().value)};
+}
+
 template <typename Device>
-void MoveInto(const Subnet& subnet, std::vector<Device>& devices) {
+void MoveInto(const Subnet& subnet, std::deque<Device>& devices) {
     for (auto& device : devices) {
         if (device.ip != Ipv4{}) {
-            device.ip.value = subnet.Network().value | (device.ip.value & ~subnet.Mask().value);
+            device.ip = Moved(subnet, device.ip);
         }
     }
 }
@@ -90,6 +97,7 @@ public:
 
     int Run() {
         MakeNetwork();
+        MakeStage();
         const auto user = WhoRunsTheCommand();
         if (m_devicesFile) {
             WriteReport(Truth(m_population), *m_devicesFile);
@@ -165,7 +173,8 @@ private:
             std::make_unique<TapNetwork>(std::move(device), m_subnet, hosts, m_capture.get());
         std::set<Ipv4> servers;
         std::set<std::uint16_t> ports;
-        for (const auto& host : hosts) {
+        // The stack has all addresses from the start; who is not there yet is met by no frame.
+        for (const auto& host : HostsOf(m_population, Attendance::Ever)) {
             ports.insert(host.tcpPorts.All().begin(), host.tcpPorts.All().end());
             if (!host.tcpPorts.All().empty()) {
                 servers.insert(host.ip.V4());
@@ -208,6 +217,11 @@ private:
             throw SetupError(
                 "loopback mode has neither foreign subnets nor link-local IPv6; use --mode "
                 "namespace");
+        }
+        for (auto& event : m_scenario.timeline) {
+            if (event.deed == Deed::Move) {
+                event.value = ToText(Moved(subnet, *ParseIpv4(event.value)));
+            }
         }
         MoveInto(subnet, m_scenario.cameras);
         MoveInto(subnet, m_scenario.upnpDevices);
@@ -308,34 +322,67 @@ private:
         }
     }
 
+    void MakeStage() {
+        m_stage = std::make_unique<Stage>(m_population, m_subnet, *m_cameras, *m_upnp,
+                                          [this] { NoticeHosts(); });
+        m_timeline = std::make_unique<Timeline>(m_scenario.timeline, Clock::now());
+        if (!m_options.controlFile.empty()) {
+            m_control = std::make_unique<ControlServer>(
+                m_options.controlFile, [this](const ControlRequest& request) {
+                    return AnswerControl(request, *m_stage, m_journal, Clock::now());
+                });
+        }
+    }
+
+    // A host that leaves says so before it goes.
+    void NoticeHosts() {
+        m_outbox.SendDue(Clock::now(), *m_network);
+        const auto hosts = HostsOf(m_population);
+        m_network->SetHosts(hosts);
+        m_server->NoticeChanges();
+        if (IsTap()) {
+            return;  // the stack behind it has the addresses and ports of the start
+        }
+        for (const auto& host : hosts) {
+            for (const auto port : host.tcpPorts) {
+                m_server->ListenToo({host.ip, port});
+            }
+        }
+    }
+
     void Loop() {
-        std::array<pollfd, 3> waits = {{{m_network->Descriptor(), POLLIN, 0},
+        std::array<pollfd, 4> waits = {{{m_network->Descriptor(), POLLIN, 0},
                                         {m_server->Descriptor(), POLLIN, 0},
-                                        {m_signals.Get(), POLLIN, 0}}};
+                                        {m_signals.Get(), POLLIN, 0},
+                                        {m_control ? m_control->Descriptor() : -1, POLLIN, 0}}};
         while (!IsOver()) {
             const timespec timeout = UntilNextDue();
             ppoll(waits.data(), waits.size(), &timeout, nullptr);
             m_network->Receive([this](const Datagram& datagram) { Take(datagram); });
+            m_timeline->Run(*m_stage, Clock::now());
+            if (m_control) {
+                m_control->Run();
+            }
             m_upnp->Run(Clock::now());
             m_outbox.SendDue(Clock::now(), *m_network);
-            if (!m_population.upnpDevices.empty()) {
-                m_server->Run(Clock::now());
-            }
+            m_server->Run(Clock::now());
             TakeSignals();
         }
     }
 
     void Take(const Datagram& datagram) {
         if (datagram.to.port == kDiscoveryPort) {
+            const auto outcome = m_cameras->OnDatagram(datagram, Clock::now());
+            m_journal.Add(datagram, outcome, Clock::now());
             // A copy under the same MessageID is no mistake: SOAP-over-UDP sends them.
-            const auto refused = m_cameras->OnDatagram(datagram, Clock::now()).refused;
-            if (refused != ProbeError::Repeated) {
-                Explain(datagram, refused, "a Probe");
+            if (outcome.refused != ProbeError::Repeated) {
+                Explain(datagram, outcome.refused, "a Probe");
             }
         } else if (datagram.to.port == kSsdpPort) {
-            const auto refused = m_upnp->OnDatagram(datagram, Clock::now()).refused;
-            if (refused != SsdpError::OtherMessage) {
-                Explain(datagram, refused, "a search");
+            const auto outcome = m_upnp->OnDatagram(datagram, Clock::now());
+            m_journal.Add(datagram, outcome, Clock::now());
+            if (outcome.refused != SsdpError::OtherMessage) {
+                Explain(datagram, outcome.refused, "a search");
             }
         }
     }
@@ -358,6 +405,10 @@ private:
         Sooner(due, m_killAt);
         Sooner(due, m_outbox.NextDue());
         Sooner(due, m_upnp->NextDue());
+        Sooner(due, m_timeline->NextDue());
+        if (m_control) {
+            Sooner(due, m_control->NextDue(Clock::now()));
+        }
         Sooner(due, m_server->NextDue(Clock::now()));
         const auto wait = std::max(nanoseconds(0), nanoseconds(due - Clock::now())).count();
         return {wait / kNanosecondsPerSecond, wait % kNanosecondsPerSecond};
@@ -424,6 +475,10 @@ private:
     std::optional<OutputFile> m_devicesFile;
     std::optional<OutputFile> m_statsFile;
     std::set<std::string> m_explained;
+    Journal m_journal{Clock::now()};
+    std::unique_ptr<Stage> m_stage;
+    std::unique_ptr<Timeline> m_timeline;
+    std::unique_ptr<ControlServer> m_control;
 };
 
 }  // namespace

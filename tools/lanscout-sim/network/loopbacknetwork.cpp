@@ -79,25 +79,31 @@ void JoinOnLoopback(int fd, Ipv4 group) {
 LoopbackNetwork::LoopbackNetwork(const std::vector<SimulatedHost>& hosts, Capture* capture)
     : m_capture(capture), m_ready(epoll_create1(EPOLL_CLOEXEC)) {
     CheckLoopbackIsUp();
-    std::set<Endpoint> groups;
-    std::size_t sockets = 0;
-    for (const auto& host : hosts) {
-        sockets += host.udpPorts.All().size();
-        for (const auto port : host.udpPorts.All()) {
-            groups.insert({kMulticastGroup, port});
-        }
-    }
-    AllowDescriptors(sockets + groups.size());
-    for (const auto& group : groups) {
-        Listen(group, true);
-    }
+    SetHosts(hosts);
+}
+
+void LoopbackNetwork::SetHosts(const std::vector<SimulatedHost>& hosts) {
+    std::set<Endpoint> wanted;  // hosts that share an address share its sockets
+    m_macs.clear();
     for (const auto& host : hosts) {
         m_macs[host.ip] = host.mac;
         for (const auto port : host.udpPorts.All()) {
-            // Hosts that share an address share its sockets.
-            if (!m_sockets.contains({host.ip, port})) {
-                Listen({host.ip, port}, false);
-            }
+            wanted.insert({kMulticastGroup, port});
+            wanted.insert({host.ip, port});
+        }
+    }
+    AllowDescriptors(wanted.size());
+    for (auto socket = m_sockets.begin(); socket != m_sockets.end();) {
+        if (wanted.contains(socket->first)) {
+            ++socket;
+            continue;
+        }
+        m_endpoints.erase(socket->second.Get());
+        socket = m_sockets.erase(socket);
+    }
+    for (const auto& at : wanted) {
+        if (!m_sockets.contains(at)) {
+            Listen(at, at.ip == IpAddress(kMulticastGroup));
         }
     }
 }

@@ -18,6 +18,7 @@ public:
     // Throws SetupError, naming who has the port when another process does.
     LoopbackNetwork(const std::vector<SimulatedHost>& hosts, Capture* capture);
 
+    void SetHosts(const std::vector<SimulatedHost>& hosts) override;
     int Descriptor() const override { return m_ready.Get(); }
     void Receive(const DatagramHandler& handler) override;
     SendResult Send(const Datagram& datagram) override;

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 #include "tools/lanscout-sim/network/address.h"
+#include "tools/lanscout-sim/network/host.h"
 
 namespace lansim {
 
@@ -26,6 +28,8 @@ public:
     Network& operator=(const Network&) = delete;
     virtual ~Network() = default;
 
+    // Who is there from now on. Throws SetupError when the network cannot have somebody.
+    virtual void SetHosts(const std::vector<SimulatedHost>&) {}
     // Becomes readable when Receive has something to do.
     virtual int Descriptor() const = 0;
     // Hands on what has come for the devices, without waiting.

@@ -63,12 +63,24 @@ TapNetwork::TapNetwork(TapDevice device, const Subnet& searcher,
         port.SetQueueLength(kTapQueueFrames);
         port.SetUp();
     }
+    SetHosts(hosts);
+    Watch(m_tap.Get());
+}
+
+void TapNetwork::SetHosts(const std::vector<SimulatedHost>& hosts) {
+    const auto former = std::move(m_hosts);
+    m_hosts.clear();
     for (const auto& host : hosts) {
-        m_hosts.emplace(
+        const auto now = m_hosts.emplace(
             host.ip,
             Host{host.mac, host.answersArp, host.asksArp, host.udpPorts, host.tcpPorts, {}});
+        const auto [first, last] = former.equal_range(host.ip);
+        for (auto there = first; there != last; ++there) {
+            if (there->second.mac == host.mac) {
+                now->second.asked = there->second.asked;
+            }
+        }
     }
-    Watch(m_tap.Get());
 }
 
 void TapNetwork::SetUpForSearcher(const std::string& device, const Subnet& searcher, bool hasIpv6) {

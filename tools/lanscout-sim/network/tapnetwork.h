@@ -46,6 +46,7 @@ public:
     // TCP to and from the hosts goes through this tun device from now on.
     void Attach(lansim::Descriptor peerStack);
 
+    void SetHosts(const std::vector<SimulatedHost>& hosts) override;
     int Descriptor() const override { return m_ready.Get(); }
     void Receive(const DatagramHandler& handler) override;
     SendResult Send(const Datagram& datagram) override;

@@ -44,6 +44,9 @@ struct Camera {
     std::shared_ptr<const std::string> recordedReply;
     std::set<Misbehaviour> misbehaviours;
     std::uint32_t metadataVersion = 1;
+    bool isPresent = true;         // else it is not there yet, or any more
+    bool isMuted = false;          // is there and answers nothing
+    std::uint32_t instanceId = 1;  // counts its starts
 
     std::uint64_t probesSeen = 0;
     std::uint64_t repliesSent = 0;

@@ -14,7 +14,6 @@ constexpr int kZeroLengthStorm = 50;
 // How far apart copies come (SOAP-over-UDP, UDP_MIN_DELAY and UDP_MAX_DELAY).
 constexpr std::chrono::milliseconds kLeastPause{50};
 constexpr std::chrono::milliseconds kMostPause{250};
-constexpr std::uint32_t kInstanceId = 1;
 // How many different questions are counted; who asks more begins anew.
 constexpr std::size_t kMostQuestions = 4096;
 
@@ -42,14 +41,53 @@ std::string ContentOf(const Probe& probe) {
 
 }  // namespace
 
-Responder::Responder(std::vector<Camera>& cameras, const ResponderOptions& options, Outbox& outbox)
+Responder::Responder(std::deque<Camera>& cameras, const ResponderOptions& options, Outbox& outbox)
     : m_cameras(cameras), m_options(options), m_outbox(outbox) {
-    for (std::size_t i = 0; i < cameras.size(); ++i) {
-        m_byAddress.emplace(cameras[i].ip, i);
-        if (cameras[i].ipv6) {
-            m_byAddress.emplace(*cameras[i].ipv6, i);
+    NoticeChanges();
+}
+
+void Responder::NoticeChanges() {
+    m_byAddress.clear();
+    for (std::size_t i = 0; i < m_cameras.size(); ++i) {
+        m_byAddress.emplace(m_cameras[i].ip, i);
+        if (m_cameras[i].ipv6) {
+            m_byAddress.emplace(*m_cameras[i].ipv6, i);
         }
     }
+}
+
+void Responder::SayHello(Camera& camera, TimePoint now) {
+    const auto key = Random(KeyOf("hello"), {camera.instanceId, camera.messageNumber}).Next();
+    // WS-Discovery 2005/04, 4.1: those that start together shall not speak together.
+    const auto delay =
+        DrawFor(m_options.seed, camera, key, Draw::Delay).UpTo(std::chrono::milliseconds(500));
+    Announce(camera, now + delay, true);
+}
+
+void Responder::SayBye(Camera& camera, TimePoint now) {
+    Announce(camera, now, false);
+}
+
+void Responder::Announce(Camera& camera, TimePoint due, bool isHello) {
+    const IpAddress group = camera.hasIpv4 ? IpAddress(kMulticastGroup) : kMulticastGroup6;
+    const auto own = camera.AddressTowards(group);
+    if (!own) {
+        return;
+    }
+    const std::uint32_t number = ++camera.messageNumber;
+    const auto key = Random(KeyOf(isHello ? "hello" : "bye"), {camera.instanceId, number}).Next();
+    const auto draw = [&](Draw purpose) {
+        return DrawFor(m_options.seed, camera, key, purpose).Next();
+    };
+    const ReplyIds ids{"urn:uuid:" + Random(draw(Draw::MessageId)).Uuid(), camera.instanceId,
+                       number};
+    std::string text = isHello ? BuildHello(camera, ids) : BuildBye(camera, ids);
+    m_outbox.Add(due, {{*own, kDiscoveryPort},
+                       {group, kDiscoveryPort},
+                       [text = std::move(text)] { return text; },
+                       nullptr,
+                       camera.mac,
+                       draw(Draw::ReplyLoss)});
 }
 
 ProbeOutcome Responder::OnDatagram(const Datagram& datagram, TimePoint now) {
@@ -131,7 +169,7 @@ bool Responder::IsAddressedTo(const Probe& probe, const Camera& camera) const {
 Responder::Reaction Responder::Ask(std::size_t number, const Question& question) {
     Camera& camera = m_cameras[number];
     const Probe& probe = *question.probe;
-    if (!camera.AddressTowards(question.from.ip)) {
+    if (!camera.isPresent || !camera.AddressTowards(question.from.ip)) {
         return Reaction::IsSilent;
     }
     if (DrawFor(m_options.seed, camera, question.key, Draw::ProbeLoss)
@@ -144,7 +182,7 @@ Responder::Reaction Responder::Ask(std::size_t number, const Question& question)
         !m_recent.IsNews(probe.messageId, number, question.now)) {
         return Reaction::HeardBefore;
     }
-    if (camera.Does(Misbehaviour::Silent) || !Matches(probe, camera)) {
+    if (camera.isMuted || camera.Does(Misbehaviour::Silent) || !Matches(probe, camera)) {
         return Reaction::IsSilent;
     }
     Reply(camera, question);
@@ -188,9 +226,9 @@ void Responder::Reply(Camera& camera, const Question& question) {
 
 const std::string& Responder::TextOf(Answer& answer) const {
     if (answer.text.empty()) {
-        answer.text = BuildReply(
-            *answer.camera, *answer.probe,
-            {"urn:uuid:" + Random(answer.key).Uuid(), kInstanceId, answer.messageNumber});
+        answer.text = BuildReply(*answer.camera, *answer.probe,
+                                 {"urn:uuid:" + Random(answer.key).Uuid(),
+                                  answer.camera->instanceId, answer.messageNumber});
     }
     return answer.text;
 }

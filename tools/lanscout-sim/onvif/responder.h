@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -41,11 +42,16 @@ struct ProbeOutcome {
 // Takes datagrams, and puts the replies into the outbox.
 class Responder {
 public:
-    // Cameras and outbox stay the caller's and outlive the responder; no camera may be added or
-    // removed meanwhile.
-    Responder(std::vector<Camera>& cameras, const ResponderOptions& options, Outbox& outbox);
+    // Cameras and outbox stay the caller's and outlive the responder; no camera may be removed.
+    Responder(std::deque<Camera>& cameras, const ResponderOptions& options, Outbox& outbox);
 
     ProbeOutcome OnDatagram(const Datagram& datagram, TimePoint now);
+
+    // Multicasts that the camera is there, after up to half a second, or that it leaves.
+    void SayHello(Camera& camera, TimePoint now);
+    void SayBye(Camera& camera, TimePoint now);
+    // To be called when a camera was added or has another address.
+    void NoticeChanges();
 
     const ResponderCounts& Counts() const { return m_counts; }
 
@@ -72,10 +78,11 @@ private:
     void AskAll(const Question& question, ProbeOutcome& outcome);
     void AskAt(const Datagram& datagram, const Question& question, ProbeOutcome& outcome);
     Reaction Ask(std::size_t number, const Question& question);
+    void Announce(Camera& camera, TimePoint due, bool isHello);
     void Reply(Camera& camera, const Question& question);
     const std::string& TextOf(Answer& answer) const;
 
-    std::vector<Camera>& m_cameras;
+    std::deque<Camera>& m_cameras;
     ResponderOptions m_options;
     Outbox& m_outbox;
     ResponderCounts m_counts;

@@ -102,21 +102,35 @@ MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* url, co
 
 }  // namespace
 
-DescriptionServer::DescriptionServer(std::vector<UpnpDevice>& devices)
-    : m_ready(epoll_create1(EPOLL_CLOEXEC)),
+DescriptionServer::DescriptionServer(std::deque<UpnpDevice>& devices)
+    : m_all(devices),
+      m_ready(epoll_create1(EPOLL_CLOEXEC)),
       m_daemon(MHD_start_daemon(MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET, 0, nullptr, nullptr,
                                 OnRequest, this, MHD_OPTION_END)) {
     if (m_daemon == nullptr) {
         throw SetupError("cannot start the HTTP server of the UPnP devices");
     }
-    for (auto& device : devices) {
-        m_devices.emplace(device.ip, &device);
-    }
+    NoticeChanges();
     Watch(MHD_get_daemon_info(m_daemon, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd);
 }
 
 DescriptionServer::~DescriptionServer() {
     MHD_stop_daemon(m_daemon);
+}
+
+void DescriptionServer::NoticeChanges() {
+    m_devices.clear();
+    for (auto& device : m_all) {
+        if (device.isPresent) {
+            m_devices.emplace(device.ip, &device);
+        }
+    }
+}
+
+void DescriptionServer::ListenToo(const Endpoint& at) {
+    if (!m_endpoints.contains(at)) {
+        Listen(at);
+    }
 }
 
 void DescriptionServer::Watch(int fd) {
@@ -139,6 +153,7 @@ void DescriptionServer::Listen(const Endpoint& at) {
     Watch(fd.Get());
     const int number = fd.Get();
     m_listeners.emplace(number, std::move(fd));
+    m_endpoints.insert(at);
 }
 
 UpnpDevice* DescriptionServer::DeviceAt(int connection) const {

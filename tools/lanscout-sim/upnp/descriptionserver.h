@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "tools/lanscout-sim/network/descriptor.h"
@@ -22,7 +24,7 @@ namespace lansim {
 class DescriptionServer {
 public:
     // The devices stay the caller's and outlive the server.
-    explicit DescriptionServer(std::vector<UpnpDevice>& devices);
+    explicit DescriptionServer(std::deque<UpnpDevice>& devices);
     DescriptionServer(const DescriptionServer&) = delete;
     DescriptionServer& operator=(const DescriptionServer&) = delete;
     ~DescriptionServer();
@@ -30,6 +32,10 @@ public:
     // Listens in the network namespace that the thread is in now. Address 0.0.0.0 is every
     // device's. Throws SetupError.
     void Listen(const Endpoint& at);
+    // The same where it does not listen yet.
+    void ListenToo(const Endpoint& at);
+    // To be called when a device was added or has another address.
+    void NoticeChanges();
 
     // Becomes readable when Run has something to do; NextDue tells when it has without that.
     int Descriptor() const { return m_ready.Get(); }
@@ -44,7 +50,9 @@ private:
     void Accept(int listener);
     void RunRawAnswers(TimePoint now);
 
+    std::deque<UpnpDevice>& m_all;
     std::map<Ipv4, UpnpDevice*> m_devices;
+    std::set<Endpoint> m_endpoints;
     lansim::Descriptor m_ready;
     std::map<int, lansim::Descriptor> m_listeners;
     std::map<int, RawAnswer> m_rawAnswers;

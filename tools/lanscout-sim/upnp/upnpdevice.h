@@ -21,8 +21,11 @@ struct UpnpDevice {
     Mac mac{};
     std::uint16_t port = 0;
     std::set<Misbehaviour> misbehaviours;
+    bool isPresent = true;  // else it is not there yet, or any more
+    bool isMuted = false;   // is there and answers nothing
 
-    unsigned flood = 0;  // how many LOCATIONs a flood has had
+    unsigned starts = 1;  // how often it has joined
+    unsigned flood = 0;   // how many LOCATIONs a flood has had
     std::uint64_t searchesSeen = 0;
     std::uint64_t answersSent = 0;
     std::uint64_t advertisementsSent = 0;

@@ -29,7 +29,7 @@ Random DrawFor(std::uint64_t seed, const UpnpDevice& device, std::uint64_t messa
 
 }  // namespace
 
-UpnpResponder::UpnpResponder(std::vector<UpnpDevice>& devices, const UpnpResponderOptions& options,
+UpnpResponder::UpnpResponder(std::deque<UpnpDevice>& devices, const UpnpResponderOptions& options,
                              Outbox& outbox)
     : m_devices(devices), m_options(options), m_outbox(outbox) {}
 
@@ -49,7 +49,8 @@ SearchOutcome UpnpResponder::OnDatagram(const Datagram& datagram, TimePoint now)
     SearchOutcome outcome{search, std::nullopt, 0};
     const auto key = KeyFor(search, datagram.from.ip);
     for (auto& device : m_devices) {
-        const bool isAsked = isToGroup || IsFor(datagram, device.ip, device.mac);
+        const bool isAsked =
+            device.isPresent && (isToGroup || IsFor(datagram, device.ip, device.mac));
         outcome.answers += isAsked && Ask(device, search, key, datagram.from, now) ? 1 : 0;
     }
     return outcome;
@@ -72,7 +73,7 @@ bool UpnpResponder::Ask(UpnpDevice& device, const SsdpSearch& search, std::uint6
     }
     ++device.searchesSeen;
     const auto identities = IdentitiesFor(device, search.target);
-    if (device.Does(Misbehaviour::UpnpAdvertiseOnly) || identities.empty()) {
+    if (device.isMuted || device.Does(Misbehaviour::UpnpAdvertiseOnly) || identities.empty()) {
         return false;
     }
     const auto longest = std::min<std::chrono::milliseconds>(
@@ -96,7 +97,9 @@ bool UpnpResponder::Ask(UpnpDevice& device, const SsdpSearch& search, std::uint6
 
 void UpnpResponder::SayAlive(TimePoint now) {
     for (auto& device : m_devices) {
-        SayAlive(device, now);
+        if (device.isPresent) {
+            SayAlive(device, now);
+        }
     }
 }
 
@@ -133,13 +136,15 @@ void UpnpResponder::PlanRefresh(UpnpDevice& device, std::uint64_t number, TimePo
         device.Does(Misbehaviour::UpnpChatty)
             ? std::chrono::microseconds(kChatEvery)
             : quarter + DrawFor(m_options.seed, device, number, Draw::Refresh).UpTo(quarter);
-    m_refreshes.push({now + pause, &device, number});
+    m_refreshes.push({now + pause, &device, number, device.starts});
 }
 
 void UpnpResponder::SayByebye(TimePoint now) {
     m_refreshes = {};
     for (auto& device : m_devices) {
-        SayByebye(device, now);
+        if (device.isPresent) {
+            SayByebye(device, now);
+        }
     }
 }
 
@@ -168,6 +173,10 @@ void UpnpResponder::Run(TimePoint now) {
         const Refresh refresh = m_refreshes.top();
         m_refreshes.pop();
         UpnpDevice& device = *refresh.device;
+        // Who joined again since has a plan of its own.
+        if (!device.isPresent || refresh.start != device.starts) {
+            continue;
+        }
         const auto draw = DrawFor(m_options.seed, device, refresh.number, Draw::Refresh).Next();
         SayAliveOnce(device, now, draw);
         PlanRefresh(device, refresh.number + 1, now);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -41,7 +42,7 @@ struct SearchOutcome {
 class UpnpResponder {
 public:
     // Devices and outbox stay the caller's and outlive the responder.
-    UpnpResponder(std::vector<UpnpDevice>& devices, const UpnpResponderOptions& options,
+    UpnpResponder(std::deque<UpnpDevice>& devices, const UpnpResponderOptions& options,
                   Outbox& outbox);
 
     SearchOutcome OnDatagram(const Datagram& datagram, TimePoint now);
@@ -63,6 +64,7 @@ private:
         TimePoint due;
         UpnpDevice* device = nullptr;
         std::uint64_t number = 0;
+        unsigned start = 0;
         bool operator>(const Refresh& other) const { return due > other.due; }
     };
 
@@ -72,7 +74,7 @@ private:
     void SayAliveOnce(UpnpDevice& device, TimePoint due, std::uint64_t draw);
     void PlanRefresh(UpnpDevice& device, std::uint64_t number, TimePoint now);
 
-    std::vector<UpnpDevice>& m_devices;
+    std::deque<UpnpDevice>& m_devices;
     UpnpResponderOptions m_options;
     Outbox& m_outbox;
     UpnpResponderCounts m_counts;

@@ -17,7 +17,7 @@ using ::testing::ThrowsMessage;
 
 namespace {
 
-std::vector<Camera> MakeCameras(const PopulationRequest& request) {
+std::deque<Camera> MakeCameras(const PopulationRequest& request) {
     return MakePopulation(request).cameras;
 }
 
@@ -37,7 +37,7 @@ Camera Named(const std::string& ip) {
     return camera;
 }
 
-std::size_t CountOf(const std::vector<Camera>& cameras, Misbehaviour kind) {
+std::size_t CountOf(const std::deque<Camera>& cameras, Misbehaviour kind) {
     return static_cast<std::size_t>(
         std::ranges::count_if(cameras, [&](const Camera& camera) { return camera.Does(kind); }));
 }

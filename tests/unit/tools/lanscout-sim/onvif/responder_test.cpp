@@ -56,8 +56,8 @@ std::string ProbeText(const std::string& id = "uuid:1") {
     return Message("Probe", id, "");
 }
 
-std::vector<Camera> Cameras(std::size_t count) {
-    std::vector<Camera> cameras(count);
+std::deque<Camera> Cameras(std::size_t count) {
+    std::deque<Camera> cameras(count);
     for (std::size_t i = 0; i < count; ++i) {
         cameras[i].ip = Ipv4{0x0A63000A + static_cast<std::uint32_t>(i)};
         cameras[i].uuid = "camera-" + std::to_string(i);

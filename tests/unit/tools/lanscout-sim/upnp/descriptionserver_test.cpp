@@ -78,7 +78,7 @@ protected:
         return received;
     }
 
-    std::vector<UpnpDevice> m_devices{1};
+    std::deque<UpnpDevice> m_devices{1};
     std::unique_ptr<DescriptionServer> m_server;
     Descriptor m_client;
     int m_lastError = 0;

@@ -56,7 +56,7 @@ protected:
         m_outbox.SendDue(kStart + seconds(1), m_network);
     }
 
-    std::vector<UpnpDevice> m_devices{3};
+    std::deque<UpnpDevice> m_devices{3};
     Outbox m_outbox{1, 0};
     FakeNetwork m_network;
 };
