@@ -344,7 +344,7 @@ private:
             return;  // the stack behind it has the addresses and ports of the start
         }
         for (const auto& host : hosts) {
-            for (const auto port : host.tcpPorts) {
+            for (const auto port : host.tcpPorts.All()) {
                 m_server->ListenToo({host.ip, port});
             }
         }
