@@ -11,9 +11,10 @@ import struct
 import termios
 import time
 import unicodedata
+from pathlib import Path
 
 from camera import Responder, reply
-from lan import program
+from lan import program, wait_until
 
 CONTROLS = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]|[\r\n]")
 
@@ -46,6 +47,27 @@ class Terminal:
             if not ready and not self._process.running():
                 return
 
+    def read_until(self, text, start=0):
+        deadline = time.monotonic() + 20
+        while text not in self.text[start:]:
+            assert time.monotonic() < deadline, self.text
+            self.read(0.2)
+
+    def stop(self):
+        """Waits until the command is stopped, as by Ctrl-Z."""
+        pid = self._process.popen.pid
+        self._process.popen.send_signal(signal.SIGSTOP)
+        wait_until(lambda: Path(f"/proc/{pid}/stat").read_text().split()[2] == "T", 10, "stopped")
+        self.read(0.3)
+
+    def resume(self):
+        self._process.popen.send_signal(signal.SIGCONT)
+
+    def write(self, text):
+        """What another program writes, such as the shell."""
+        os.write(self._slave, text.encode())
+        self.read(0.3)
+
     def end(self, seconds=40, sign=None):
         """Reads to the end and returns the exit status."""
         if sign is not None:
@@ -61,8 +83,13 @@ class Terminal:
         return screen_of(self.text, columns)
 
 
+# Where the tests run in a container, the command says so in more words than a line has.
+CONTAINER = re.compile(r"lanscout: this container [^\n]*\n")
+
+
 def screen_of(text, columns):
     """The lines that the few sequences which the command may use leave on a screen without end."""
+    text = CONTAINER.sub("", text)
     cells, row, column, at = [{}], 0, 0, 0
     while at < len(text):
         sequence = re.compile(r"\x1b\[([0-9;]*)([A-Za-z])").match(text, at)
@@ -192,3 +219,29 @@ def test_problem_is_said_above_the_live_table(network):
     lines = [line for line in terminal.final_screen(200) if line]
     assert lines[0].startswith("lanscout: eth9: no such interface")
     assert lines[1].startswith("IP ")
+
+
+def test_watch_does_not_draw_over_the_shells_text(network):
+    searcher, responder = cameras(network)
+    with responder:
+        terminal = Terminal(network, searcher, "--watch", "30", "--timeout", "2", columns=200)
+        terminal.read_until("next search in")
+        terminal.stop()
+        terminal.write("[1]+ Stopped\n$ fg\n")
+        terminal.resume()
+        before = len(terminal.text)
+        terminal.read_until("next search in", before)
+        assert terminal.end(sign=signal.SIGINT) == 0
+    screen = terminal.final_screen(200)
+    assert "[1]+ Stopped" in screen and "$ fg" in screen
+
+
+def test_every_text_is_ascii_where_the_locale_is_not_utf8(network):
+    searcher, responder = cameras(network, scopes="onvif://www.onvif.org/hardware/T%C3%BCr")
+    with responder:
+        for options in (["--table"], ["--plain"], ["--csv"]):
+            terminal = Terminal(network, searcher, *options, "--timeout", "2", "--interface",
+                                "eth0", "--interface", "\u00e9th9", columns=200, LC_ALL="C")
+            assert terminal.end() == 0
+            assert terminal.text.isascii()
+            assert r"T\u{fc}r" in terminal.text
