@@ -86,9 +86,10 @@ def test_watch_reports_what_comes_goes_and_changes(network):
         watch = cameras.searcher.start(program("lanscout"), "--watch", 1, "--jsonl", "--only",
                                        "onvif", "--timeout", 2)
         assert '"10.1.0.2"' in watch.wait_for('"appeared"', 20)
-        cameras.silent = {"10.1.0.2"}
         cameras.hardware = {"10.1.0.3": "Hand"}
+        cameras.silent = set()
         watch.wait_for('"appeared".*"10.1.0.3"', 20)
+        cameras.silent = {"10.1.0.2"}
         watch.wait_for('"gone".*"10.1.0.2"', 30)
         cameras.hardware = {"10.1.0.3": "Other"}
         watch.wait_for('"changed".*"10.1.0.3"', 20)

@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <map>
 #include <ostream>
+#include <stdexcept>
 
 #include "finder/device/fields.h"
+#include "finder/source/addressrange.h"
 #include "finder/text/safetext.h"
 #include "tools/lanscout/output/outputs.h"
 #include "tools/lanscout/task/exitstatus.h"
@@ -191,6 +193,13 @@ void CheckTogether(const Options& options, const Flags& flags) {
 }
 
 void CompleteRequest(const Flags& flags, Request& request) {
+    try {
+        for (const std::string& text : flags.to) {
+            AddAddressRanges(text, request.to);
+        }
+    } catch (const std::invalid_argument& wrong) {
+        throw CLI::ValidationError("--to", wrong.what());
+    }
     request.timeout = std::chrono::seconds(flags.timeoutSeconds);
     request.maxTime = std::chrono::seconds(
         flags.maxSeconds == 0 ? flags.timeoutSeconds + kGraceSeconds : flags.maxSeconds);

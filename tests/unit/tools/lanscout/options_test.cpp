@@ -113,6 +113,28 @@ TEST(Options, NumbersOfASearchHaveBounds) {
     Wrong({"--at-once", "1001"});
 }
 
+TEST(Options, SingleAddressesMayBeRepeatedAndComeFromAFile) {
+    const ScratchFolder folder;
+    const std::string path = folder.Write("sites.txt", "10.40.0.1  # the gate\n\n10.50.0.0/30\n");
+    const Options options =
+        Right({"--to", "10.20.0.0/24", "--to", "10.30.0.5-10.30.0.40", "--to", "@" + path});
+    EXPECT_EQ(options.request.to, (std::vector<AddressRange>{{0x0A140001, 0x0A1400FE},
+                                                             {0x0A1E0005, 0x0A1E0028},
+                                                             {0x0A280001, 0x0A280001},
+                                                             {0x0A320001, 0x0A320002}}));
+    folder.Write("sites.txt", "10.40.0.1\n10.50.0.\n");
+    EXPECT_THAT(Wrong({"--to", "@" + path}), testing::AllOf(HasSubstr("--to"), HasSubstr(path)));
+    Wrong({"--to", "10.0.0.0/8"});
+    Wrong({"--to", "camera"});
+    Wrong({"--to", "@/nonexistent"});
+}
+
+TEST(Options, SingleAddressesAreAskedByOnvifAndIpv4) {
+    EXPECT_THAT(Wrong({"--to", "10.0.0.1", "--only", "upnp"}), HasSubstr("--only upnp"));
+    EXPECT_THAT(Wrong({"--to", "10.0.0.1", "--ipv6"}), HasSubstr("--ipv6"));
+    EXPECT_FALSE(Right({"--to", "10.0.0.1", "--only", "onvif"}).request.to.empty());
+}
+
 TEST(Options, EveryFormatHasAnOptionAndTheyExcludeEachOther) {
     for (const OutputFormat& format : OutputFormats()) {
         EXPECT_EQ(Right({"--" + std::string(format.name)}).output.format, format.name);
