@@ -45,12 +45,15 @@ Choice ChooseTargets(const std::vector<LocalAddress>& local,
                      const std::vector<std::string>& interfaces,
                      const std::vector<std::string>& addresses);
 
+// An alias ("eth0:1") is its interface.
+bool IsSameInterface(const std::string& a, const std::string& b);
+
 // Whether the IPv4 or IPv6 address (with or without a zone) is in a subnet of that interface.
 bool IsInSubnetOf(const std::vector<LocalAddress>& local, const std::string& interface,
                   const std::string& address);
 
 // The target of that interface that has the address in its subnet, or else the interface's first;
-// without any the interface alone. An alias ("eth0:1") is its interface.
+// without any the interface alone.
 Target TargetTowards(const std::vector<Target>& targets, const std::vector<LocalAddress>& local,
                      const std::string& interface, const std::string& address);
 

@@ -43,10 +43,6 @@ bool SameIpv6Subnet(const std::string& a, const std::string& b, int bits) {
     return rest == 0 || (one.s6_addr[whole] ^ other.s6_addr[whole]) >> (kBitsOfByte - rest) == 0;
 }
 
-bool IsSameInterface(const std::string& a, const std::string& b) {
-    return a.substr(0, a.find(':')) == b.substr(0, b.find(':'));
-}
-
 bool Holds(const LocalAddress& local, const std::string& address) {
     if (IsIpv4Text(address)) {
         return SameIpv4Subnet(local.address, address, local.prefixBits);
@@ -63,6 +59,10 @@ int LikelyPrefix(std::uint32_t address) {
 }
 
 }  // namespace
+
+bool IsSameInterface(const std::string& a, const std::string& b) {
+    return a.substr(0, a.find(':')) == b.substr(0, b.find(':'));
+}
 
 bool IsInSubnetOf(const std::vector<LocalAddress>& local, const std::string& interface,
                   const std::string& address) {

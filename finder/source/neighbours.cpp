@@ -3,15 +3,15 @@
 #include <net/if.h>
 #include <poll.h>
 
-#include <array>
+#include <algorithm>
 #include <chrono>
 #include <map>
-#include <set>
 #include <string>
 #include <utility>
 
 #include "finder/machine/interfaces.h"
 #include "finder/machine/neighbourtable.h"
+#include "finder/source/confine.h"
 #include "finder/text/addresstext.h"
 
 namespace Lanscout {
@@ -25,15 +25,22 @@ class Teller {
 public:
     Teller(const Job& job, Sender& sender)
         : m_job(job), m_sender(sender), m_local(ReadLocalAddresses()) {
-        for (const Target& target : job.targets) {
-            m_indexes.insert(if_nametoindex(target.interface.c_str()));
+        for (const LocalAddress& one : m_local) {
+            const std::string name = one.interface.substr(0, one.interface.find(':'));
+            const auto isThere = [&](const Target& target) {
+                return IsSameInterface(target.interface, name);
+            };
+            if (job.targets.empty() ||
+                std::any_of(job.targets.begin(), job.targets.end(), isThere)) {
+                m_names[if_nametoindex(name.c_str())] = name;
+            }
         }
     }
 
     void Tell(const Neighbour& neighbour) {
-        const bool wanted = m_job.targets.empty() || m_indexes.contains(neighbour.interface);
-        if (wanted && IsNews(neighbour)) {
-            SendSighting(neighbour);
+        const auto name = m_names.find(neighbour.interface);
+        if (name != m_names.end() && IsNews(neighbour)) {
+            SendSighting(neighbour, name->second);
         }
     }
 
@@ -47,12 +54,7 @@ private:
         return std::exchange(known->second, neighbour.mac) != neighbour.mac;
     }
 
-    void SendSighting(const Neighbour& neighbour) {
-        std::array<char, IF_NAMESIZE> buffer{};
-        if (if_indextoname(neighbour.interface, buffer.data()) == nullptr) {
-            return;  // the interface is gone
-        }
-        const std::string interface = buffer.data();
+    void SendSighting(const Neighbour& neighbour, const std::string& interface) {
         Sighting sighting;
         sighting.source = SourceId::Neighbours;
         sighting.via = TargetTowards(m_job.targets, m_local, interface, neighbour.address);
@@ -68,7 +70,7 @@ private:
     const Job& m_job;
     Sender& m_sender;
     std::vector<LocalAddress> m_local;
-    std::set<unsigned int> m_indexes;
+    std::map<unsigned int, std::string> m_names;  // of the interfaces, by their indexes
     std::map<std::pair<unsigned int, std::string>, std::string> m_known;  // the MAC address
 };
 
@@ -91,6 +93,7 @@ void RunNeighbours(const Job& job, Sender& sender) {
     const auto end = SteadyClock::now() + job.request.timeout;
     Teller teller(job, sender);
     NeighbourTable table;
+    ConfineSource({.time = job.request.timeout}, sender);
     do {
         table.Read([&](const Neighbour& neighbour) { teller.Tell(neighbour); });
     } while (WaitUntil(end, table.Fd()));

@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <array>
 
+#include "finder/machine/packetsocket.h"
 #include "finder/source/camerasearch.h"
+#include "finder/source/frames.h"
 #include "finder/source/neighbours.h"
 #include "finder/source/probes.h"
 #include "finder/source/source.h"
@@ -19,8 +21,12 @@ bool WantsUpnp(const Request& request) {
     return request.upnp;
 }
 
-bool Wants(const Request& /*request*/) {
+bool WantsMacs(const Request& /*request*/) {
     return true;
+}
+
+bool WantsFrames(const Request& request) {
+    return request.onvif && MayOpenPacketSockets();
 }
 
 constexpr bool kEachTarget = true;
@@ -31,7 +37,8 @@ constexpr std::array kSources{
     Source{SourceId::CameraSearch, "camerasearch", Work::Onvif, kOneProcess, &WantsOnvif,
            &RunCameraSearch},
     Source{SourceId::UpnpSearch, "upnpsearch", Work::Upnp, kEachTarget, &WantsUpnp, &RunUpnpSearch},
-    Source{SourceId::Neighbours, "neighbours", Work::Macs, kOneProcess, &Wants, &RunNeighbours},
+    Source{SourceId::Frames, "frames", Work::Macs, kOneProcess, &WantsFrames, &RunFrames},
+    Source{SourceId::Neighbours, "neighbours", Work::Macs, kOneProcess, &WantsMacs, &RunNeighbours},
 };
 
 }  // namespace

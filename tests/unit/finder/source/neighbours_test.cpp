@@ -5,9 +5,12 @@
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <exception>
+#include <stdexcept>
 
 #include "finder/machine/descriptor.h"
 #include "finder/source/message.h"
@@ -44,13 +47,24 @@ std::vector<Message> Sent(const std::vector<Target>& targets) {
         return {};
     }
     const Descriptor reading(ends[0]);
-    {
-        const Descriptor writing(ends[1]);
-        Sender sender(writing.Fd());
+    const pid_t pid = fork();  // the source gives up rights that the test goes on to need
+    if (pid == 0) {
+        Sender sender(ends[1]);
         Job job;
         job.targets = targets;
         job.request.timeout = std::chrono::seconds(0);
-        RunNeighbours(job, sender);
+        try {
+            RunNeighbours(job, sender);
+        } catch (const std::exception&) {
+            _exit(1);
+        }
+        _exit(0);
+    }
+    close(ends[1]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    if (WEXITSTATUS(status) != 0) {
+        throw std::runtime_error("the source failed");
     }
     std::string text;
     std::array<char, 4096> piece{};
