@@ -22,11 +22,11 @@ namespace fs = std::filesystem;
 // Of Docker, Podman and systemd-nspawn, in this order.
 constexpr std::array kMarks{".dockerenv", "run/.containerenv", "run/systemd/container"};
 
+// Where nobody may look it is not said to be.
 bool IsNetworkOfFirstProcess(const fs::path& root) {
     std::error_code error;
     const fs::path first = fs::read_symlink(root / "proc/1/ns/net", error);
-    // Not everybody may look: it is the rule, then.
-    return error || first == fs::read_symlink(root / "proc/self/ns/net", error);
+    return !error && first == fs::read_symlink(root / "proc/self/ns/net", error);
 }
 
 }  // namespace

@@ -3,12 +3,15 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <map>
 #include <memory>
 #include <string_view>
 #include <thread>
 #include <vector>
 
 #include "control/standalonehost.h"
+#include "finder/source/confine.h"
+#include "finder/source/datagrams.h"
 #include "finder/source/explain.h"
 #include "finder/source/librarylog.h"
 #include "finder/text/addresstext.h"
@@ -65,11 +68,30 @@ private:
     unsigned int m_reported = 0;
 };
 
-FailureMessage Explain(const Target& target, const LoggedFailure& failure) {
+// What will be said where the port cannot be had. It is asked beforehand who has it: later this
+// process may look at no other one.
+using Foreseen = std::map<Target, FailureMessage>;
+
+Foreseen TryPorts(const std::vector<Target>& targets) {
+    Foreseen foreseen;
+    for (const Target& target : targets) {
+        if (const int error = OpenSocketAt(target.address, kDiscoveryPort, 0).error; error != 0) {
+            foreseen.emplace(target, ExplainBind(target, error));
+        }
+    }
+    return foreseen;
+}
+
+FailureMessage Explain(const Target& target, const LoggedFailure& failure,
+                       const Foreseen& foreseen) {
     constexpr std::string_view kBind = "Bind socket failed. [%d]\n";
     constexpr std::string_view kSend = "Send probe message failed. [%d]\n";
     constexpr std::string_view kSocket = "Create socket failed. [%d]\n";
     if (failure.format == kBind) {
+        const auto known = foreseen.find(target);
+        if (known != foreseen.end()) {
+            return known->second;
+        }
         return ExplainBind(target, failure.number);
     }
     if (failure.format == kSend) {
@@ -88,6 +110,8 @@ void RunCameraSearch(const Job& job, Sender& sender) {
     StandaloneHost::SetProcessRunner([](const char*, const char* const*) { return -1; });
     const auto time = job.request.timeout;
     const auto end = Clock::now() + time + kLastAnswers;
+    const Foreseen foreseen = TryPorts(job.targets);
+    ConfineSource({.sockets = true, .threads = true, .time = time}, sender);
     std::vector<std::unique_ptr<TargetSearch>> searches;
     for (const Target& target : job.targets) {
         auto search = std::make_unique<TargetSearch>(target, static_cast<int>(time.count()));
@@ -107,7 +131,7 @@ void RunCameraSearch(const Job& job, Sender& sender) {
             }
             search->SendNews(sender);
             if (Clock::now() < timeIsOver) {
-                sender.Send(Explain(search->Where(), log.FailureOf(search->Thread())));
+                sender.Send(Explain(search->Where(), log.FailureOf(search->Thread()), foreseen));
             }
             return true;
         });

@@ -16,6 +16,7 @@
 
 #include "finder/machine/interfaces.h"
 #include "finder/machine/neighbourtable.h"
+#include "finder/source/confine.h"
 #include "finder/source/datagrams.h"
 #include "finder/source/explain.h"
 #include "finder/source/neighbourasker.h"
@@ -275,7 +276,9 @@ void Prober::Tell(const FailureMessage& failure) {
 }  // namespace
 
 void RunProbes(const Job& job, Sender& sender) {
-    Prober(job, sender).Run();
+    Prober prober(job, sender);
+    ConfineSource({.sockets = true, .time = job.request.timeout}, sender);
+    prober.Run();
 }
 
 }  // namespace Lanscout

@@ -15,6 +15,7 @@
 
 #include "finder/machine/descriptor.h"
 #include "finder/machine/portowner.h"
+#include "finder/source/confine.h"
 #include "finder/source/description.h"
 #include "utils/upnpsearchbase.h"
 
@@ -124,12 +125,20 @@ std::optional<int> FindFreePort(int number) {
     return std::nullopt;
 }
 
-std::string StartFailure(const Target& target, int port, int code) {
+// Who keeps SSDP's port for himself, or empty. To be asked beforehand: later this process may look
+// at no other one.
+std::string SsdpPortHolder() {
+    return CanBind(SOCK_DGRAM, AnyAddress(kSsdpPort), true)
+               ? std::string()
+               : PortOwnerText(FindUdpPortOwner("0.0.0.0", kSsdpPort));
+}
+
+std::string StartFailure(const Target& target, int port, int code, const std::string& holder) {
     switch (code) {
         case UPNP_E_SOCKET_BIND:
-            if (!CanBind(SOCK_DGRAM, AnyAddress(kSsdpPort), true)) {
+            if (!holder.empty()) {
                 return fmt::format("UDP port {} is taken by {}, which does not share it", kSsdpPort,
-                                   PortOwnerText(FindUdpPortOwner("0.0.0.0", kSsdpPort)));
+                                   holder);
             }
             return fmt::format("TCP port {} was taken by another process meanwhile; try again",
                                port);
@@ -154,9 +163,13 @@ void RunUpnpSearch(const Job& job, Sender& sender) {
         return sender.Send(
             FailureMessage{target, "no TCP port is free for libupnp to listen at", ""});
     }
+    const std::string holder = SsdpPortHolder();
+    ConfineSource(
+        {.sockets = true, .connections = true, .threads = true, .time = job.request.timeout},
+        sender);
     Search search(target, *port, static_cast<int>(job.request.timeout.count()), sender);
     if (const int code = search.StartSearch(); code != 0) {
-        return sender.Send(FailureMessage{target, StartFailure(target, *port, code), ""});
+        return sender.Send(FailureMessage{target, StartFailure(target, *port, code, holder), ""});
     }
     while (std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(kPollInterval);

@@ -130,7 +130,7 @@ def test_interrupted_command_prints_what_was_found_and_ends_at_once(network, sig
 def test_killed_command_leaves_no_search_behind(network):
     searcher, _, _ = two_networks(network)
     process, pid = started(searcher, "--timeout", 60)
-    wait_until(lambda: len(children(pid)) == 4, 10, "four searches run")
+    wait_until(lambda: len(children(pid)) >= 4, 10, "the searches run")
     searches = children(pid)
     os.kill(pid, signal.SIGKILL)
     process.wait(10)

@@ -18,10 +18,18 @@ void LinkNetwork(const ScratchFolder& root, const char* process, const char* net
 TEST(IsInContainer, MarkOfEachEngineCounts) {
     for (const char* mark : {".dockerenv", "run/.containerenv", "run/systemd/container"}) {
         const ScratchFolder root;
+        LinkNetwork(root, "1", "net:[1]");
+        LinkNetwork(root, "self", "net:[1]");
         EXPECT_FALSE(IsInContainer(root.Path()));
         root.Write(mark, "");
         EXPECT_TRUE(IsInContainer(root.Path())) << mark;
     }
+}
+
+TEST(IsInContainer, WhereTheNetworksCannotBeComparedItIsNotSaid) {
+    const ScratchFolder root;
+    root.Write(".dockerenv", "");
+    EXPECT_FALSE(IsInContainer(root.Path()));
 }
 
 TEST(IsInContainer, NetworkThatSomebodyMadeInsideIsNotTheContainers) {
