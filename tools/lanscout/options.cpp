@@ -82,7 +82,8 @@ void AddSearchOptions(CLI::App& app, Options& options, Flags& flags) {
     app.add_option("--only", flags.only, "Search one way only")
         ->option_text("onvif|upnp")
         ->check(CLI::IsMember({"onvif", "upnp"}));
-    app.add_option("--rate", options.request.rate, "Probes a second to the addresses of --to")
+    app.add_option("--rate", options.request.rate,
+                   "How many Probes a second go to the addresses of --to")
         ->option_text(fmt::format("N={}", options.request.rate))
         ->check(CLI::Range(1, kMostProbesASecond));
     app.add_option("--source-port", options.request.sourcePort,
@@ -109,7 +110,7 @@ void AddOutputOptions(CLI::App& app, OutputSettings& output, Flags& flags) {
         ->check(CLI::IsMember({"auto", "always", "never"}));
     app.add_flag("-q,--quiet", output.quiet, "Nothing but the result and errors");
     app.add_flag("-v,--verbose", output.verbose,
-                 "The library's log lines too; twice for all of them");
+                 "Also the failures in the library's log; given twice, all of it");
     app.add_flag("--no-progress", flags.noProgress, "No progress bar, and no table until the end");
 }
 
@@ -121,14 +122,15 @@ void AddTaskOptions(CLI::App& app, Options& options, Flags& flags) {
         ->expected(0, 1)
         ->check(CLI::Range(1, kLongestSeconds));
     app.add_option("--state", options.state,
-                   "Keep the list of --watch in this file, so that a restart is no news")
+                   "Keep the list of --watch in this file, so that a restart reports no news")
         ->option_text("FILE");
     app.add_option("-c,--compare", options.compare,
                    "Compare with an earlier --json result: missing, new, changed")
         ->option_text("FILE");
-    app.set_config("--config", "",
-                   "Read options from this file too, a line each: timeout=5; --watch reads it "
-                   "again at SIGHUP")
+    app.set_config(
+           "--config", "",
+           "Also read options from this file, one per line as in timeout=5; --watch reads it "
+           "again at SIGHUP")
         ->option_text("FILE");
     app.allow_config_extras(CLI::config_extras_mode::error);
 }

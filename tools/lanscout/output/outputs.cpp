@@ -20,10 +20,10 @@ constexpr bool kCompares = true;
 constexpr std::array kFormats{
     OutputFormat{"table", "A table (the default in a terminal)", kWatches, kCompares,
                  &TableOutput::Make},
-    OutputFormat{"plain", "A line a device, fields between tabs (the default elsewhere)", kWatches,
-                 kCompares, &PlainOutput::Make},
+    OutputFormat{"plain", "One line per device, tabs between the fields (the default elsewhere)",
+                 kWatches, kCompares, &PlainOutput::Make},
     OutputFormat{"json", "One JSON document at the end", !kWatches, kCompares, &JsonOutput::Make},
-    OutputFormat{"jsonl", "A JSON text a line, each at once", kWatches, !kCompares,
+    OutputFormat{"jsonl", "One JSON text per line, each written at once", kWatches, !kCompares,
                  &JsonlOutput::Make},
     OutputFormat{"csv", "Comma-separated values at the end", !kWatches, !kCompares,
                  &CsvOutput::Make},
