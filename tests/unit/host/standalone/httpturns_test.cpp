@@ -115,6 +115,7 @@ TEST_F(HttpTurnsTest, LateAnswerEndsTheRefusal) {
     m_turns.Begin(Host(1));
     m_turns.Begin(Host(1));
     m_turns.End(Host(1), Outcome::Answered);
+    TimeOut(1);  // the first one again
     EXPECT_TRUE(m_turns.Begin(Host(1)));
 }
 
