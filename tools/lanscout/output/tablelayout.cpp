@@ -1,8 +1,8 @@
 #include "tools/lanscout/output/tablelayout.h"
 
 #include <algorithm>
-#include <functional>
 #include <numeric>
+#include <set>
 #include <variant>
 
 namespace Lanscout {
@@ -10,10 +10,11 @@ namespace {
 
 constexpr int kGap = 2;
 
-// Columns up to this rank are in every table; those from the other one on only where devices
+// Columns up to this rank are in every table. Those of the other two are shown only where devices
 // differ: one interface for all is not worth a column.
 constexpr int kLastInEveryTable = 2;
-constexpr int kFirstOnlyWhereTheyDiffer = 10;
+constexpr int kFirstWhereTheyDiffer = 10;
+constexpr int kLastWhereTheyDiffer = 11;
 
 struct Cells {
     const Field* field = nullptr;
@@ -35,16 +36,20 @@ bool IsEmpty(const Cells& cells) {
                        [](const std::string& text) { return text.empty(); });
 }
 
-bool AreAllTheSame(const Cells& cells) {
-    return std::adjacent_find(cells.texts.begin(), cells.texts.end(), std::not_equal_to<>()) ==
-           cells.texts.end();
+// Whether there are two texts; one that is not known is none.
+bool Differ(const Cells& cells) {
+    std::set<std::string> known(cells.texts.begin(), cells.texts.end());
+    known.erase("");
+    return known.size() > 1;
 }
 
 bool IsWorthShowing(const Cells& cells) {
     if (IsInEveryTable(*cells.field)) {
         return true;
     }
-    return cells.field->rank < kFirstOnlyWhereTheyDiffer ? !IsEmpty(cells) : !AreAllTheSame(cells);
+    const int rank = cells.field->rank;
+    return rank >= kFirstWhereTheyDiffer && rank <= kLastWhereTheyDiffer ? Differ(cells)
+                                                                         : !IsEmpty(cells);
 }
 
 Cells MakeCells(const Field& field, std::span<const Device> devices, Charset charset) {

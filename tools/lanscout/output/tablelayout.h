@@ -22,10 +22,10 @@ inline constexpr char kNotKnown[] = "N/A";
 // Whether every table has this column, known or not.
 bool IsInEveryTable(const Field& field);
 
-// The heading and a line for each device. Of the other columns those are left out in which no
-// device has a text, and the least important ones also where all have the same. Where the width
-// does not suffice, long texts are cut and then whole columns left out, the address never and a web
-// address never cut.
+// The heading and a line for each device. Columns that are not in every table are left out where no
+// device has a text; how a device is reached, and by which interface, also where it is the same for
+// all. Where the width does not suffice, long texts are cut and then whole columns left out, the
+// address never and a web address never cut.
 std::vector<std::string> LayOutTable(std::span<const Device> devices, const TableStyle& style);
 
 // Padded with spaces to `width` columns, and longer where it is longer.

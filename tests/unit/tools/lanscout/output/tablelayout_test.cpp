@@ -45,6 +45,64 @@ TEST(Table, InterfaceIsShownWhereTheyDiffer) {
     EXPECT_THAT(Lines({Camera(), other}, {})[0], HasSubstr("SEEN ON"));
 }
 
+TEST(Table, WayIsShownWhereItDiffersAndNotWhereItIsUnknown) {
+    Device local = Camera();
+    local.reach = Reach::Local;
+    EXPECT_THAT(Lines({local, Camera()}, {})[0], Not(HasSubstr("REACH")));
+    Device routed = Camera();
+    routed.reach = Reach::Routed;
+    EXPECT_THAT(Lines({local, routed}, {})[0], HasSubstr("REACH"));
+}
+
+TEST(Table, WhatOneDeviceAloneHasIsShown) {
+    Device device = Camera();
+    device.serial = "S1";
+    EXPECT_THAT(Lines({device}, {})[0], HasSubstr("SERIAL"));
+}
+
+TEST(Table, WidthIsUsedToTheLastColumn) {
+    Device device = Camera();
+    device.hardware = std::string(32, 'm');
+    const auto width = [&](int room) { return DisplayWidth(Lines({device}, {room})[1]); };
+    const int natural = DisplayWidth(Lines({device}, {})[1]);
+    EXPECT_EQ(width(natural), natural);
+    EXPECT_EQ(width(natural - 1), natural - 1) << "a text is cut before a column goes";
+    EXPECT_EQ(width(natural - 20), natural - 20);
+    EXPECT_THAT(Lines({device}, {natural - 20})[0], HasSubstr("FOUND BY"));
+    EXPECT_THAT(Lines({device}, {natural - 21})[0], Not(HasSubstr("FOUND BY")))
+        << "no text is cut below its least width";
+}
+
+TEST(Table, ColumnsGoByTheirRank) {
+    Device device = Camera();
+    device.name = "Main Gate";
+    device.page = "http://192.168.1.20/";
+    std::vector<std::string> gone;
+    for (int width = 120; width > 14; --width) {
+        const std::string titles = Lines({device}, {width})[0] + " ";
+        for (const std::string title : {"PORT ", "MAC ", "KIND ", "FOUND BY ", "NAME ", "PAGE "}) {
+            if (titles.find(title) == std::string::npos &&
+                std::find(gone.begin(), gone.end(), title) == gone.end()) {
+                gone.push_back(title);
+            }
+        }
+    }
+    EXPECT_EQ(gone,
+              (std::vector<std::string>{"FOUND BY ", "PAGE ", "NAME ", "KIND ", "PORT ", "MAC "}));
+}
+
+TEST(Table, EveryTextOfADeviceIsMadeSafe) {
+    for (const Field& field : Fields()) {
+        if (const auto* const member = std::get_if<std::string Device::*>(&field.member)) {
+            Device device = Camera();
+            device.*(*member) = "\x1b[2J\n\u202e";
+            for (const std::string& line : Lines({device}, {})) {
+                EXPECT_EQ(line.find_first_of("\x1b\n"), std::string::npos) << field.name;
+            }
+        }
+    }
+}
+
 TEST(Table, LinesNeverExceedTheWidth) {
     Device device = Camera();
     device.hardware = std::string(100, 'h');
