@@ -103,7 +103,6 @@ public:
             WriteReport(Truth(m_population), *m_devicesFile);
         }
         m_upnp->SayAlive(Clock::now());
-        m_outbox.SendDue(Clock::now(), *m_network);
         SayReady();
         if (!m_options.command.empty()) {
             m_command =

@@ -1,5 +1,6 @@
 #include "tools/lanscout-sim/network/outbox.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace lansim {
@@ -11,26 +12,32 @@ void Outbox::Add(TimePoint due, Outgoing outgoing) {
         ++m_counts.lost;
         return;
     }
-    m_waiting.push({due, m_nextOrder++, std::move(outgoing)});
+    Put({due, m_nextOrder++, std::make_unique<Outgoing>(std::move(outgoing))});
+}
+
+void Outbox::Put(Entry entry) {
+    m_waiting.push_back(std::move(entry));
+    std::push_heap(m_waiting.begin(), m_waiting.end(), std::greater<>());
 }
 
 std::optional<TimePoint> Outbox::NextDue() const {
     if (m_waiting.empty()) {
         return std::nullopt;
     }
-    return m_waiting.top().due;
+    return m_waiting.front().due;
 }
 
 void Outbox::SendDue(TimePoint now, Network& network) {
-    while (!m_waiting.empty() && m_waiting.top().due <= now) {
-        Entry entry = m_waiting.top();
-        m_waiting.pop();
+    while (!m_waiting.empty() && m_waiting.front().due <= now) {
+        std::pop_heap(m_waiting.begin(), m_waiting.end(), std::greater<>());
+        Entry entry = std::move(m_waiting.back());
+        m_waiting.pop_back();
         Deliver(std::move(entry), now, network);
     }
 }
 
 void Outbox::Deliver(Entry entry, TimePoint now, Network& network) {
-    const auto& [from, to, write, sentCount, mac, draw] = entry.outgoing;
+    const auto& [from, to, write, sentCount, mac, draw] = *entry.outgoing;
     switch (network.Send({from, to, write(), mac, {}})) {
         case SendResult::Sent:
             ++m_counts.sent;
@@ -41,7 +48,7 @@ void Outbox::Deliver(Entry entry, TimePoint now, Network& network) {
         case SendResult::TryAgain:
             ++m_counts.repeated;
             entry.due = now + kRetryPause;
-            m_waiting.push(std::move(entry));
+            Put(std::move(entry));
             return;
         case SendResult::Failed:
             ++m_counts.failed;

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <chrono>
-#include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
-#include <queue>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "tools/lanscout-sim/base/random.h"
 #include "tools/lanscout-sim/base/timepoint.h"
@@ -47,21 +47,21 @@ public:
 private:
     struct Entry {
         TimePoint due;
-        std::uint64_t order = 0;  // those due at once leave in the order they came
-        Outgoing outgoing;
+        std::uint64_t order = 0;             // those due at once leave in the order they came
+        std::unique_ptr<Outgoing> outgoing;  // so that an entry is cheap to move
 
         bool operator>(const Entry& other) const {
             return std::tie(due, order) > std::tie(other.due, other.order);
         }
     };
 
+    void Put(Entry entry);
     void Deliver(Entry entry, TimePoint now, Network& network);
 
     std::uint64_t m_seed;
     double m_loss;
     OutboxCounts m_counts;
-    // In a deque: a vector that grows has all of it twice.
-    std::priority_queue<Entry, std::deque<Entry>, std::greater<>> m_waiting;
+    std::vector<Entry> m_waiting;  // a heap, the next one first
     std::uint64_t m_nextOrder = 0;
 };
 
