@@ -25,9 +25,9 @@ using FieldMember = std::variant<std::string Device::*, std::vector<std::string>
 enum class Merge {
     Ranked,      // the source that comes first in SourceId; within one source the longer text
     RankedLast,  // the source that comes last
-    Larger,    // the larger, whoever says it
-    Earliest,  // the smaller
-    Both,      // all of both
+    Larger,      // the larger, whoever says it
+    Earliest,    // the smaller
+    Both,        // all of both
 };
 
 enum class SortKind { Text, Number, Address };

@@ -10,8 +10,8 @@
 namespace Lanscout {
 namespace {
 
-constexpr std::size_t kMostMatches = 256;  // a recorder names its channels, not a town's
-constexpr std::size_t kMostListed = 64;    // as many as a device's lists take
+constexpr std::size_t kMostMatches = 256;         // a recorder names its channels, not a town's
+constexpr std::size_t kMostListed = 64;           // as many as a device's lists take
 constexpr std::size_t kLongestListBytes = 16384;  // so that the whole record passes the pipe
 constexpr std::string_view kWhiteSpace = " \t\r\n\v\f";
 

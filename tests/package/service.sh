@@ -12,7 +12,9 @@ for unit in "$@"; do
     systemd-analyze security --offline=true --threshold=20 "$copy" >"$folder/said" 2>&1 ||
         { grep -v '✓' "$folder/said"; exit 1; }
     tail -1 "$folder/said"
-    ! grep -i 'ignoring\|unknown' "$folder/said"
+    if grep -i 'ignoring\|unknown' "$folder/said"; then
+        exit 1
+    fi
     [ "$(sed -n 's/^CapabilityBoundingSet=//p' "$copy")" = CAP_NET_RAW ]
     [ "$(sed -n 's/^AmbientCapabilities=//p' "$copy")" = CAP_NET_RAW ]
     options=$(sed -n 's/^ExecStart=[^ ]* //p' "$copy")

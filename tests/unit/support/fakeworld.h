@@ -85,7 +85,7 @@ struct FakeWorld {
     std::deque<Report> rounds;  // what the searches find; after the last one the user has enough
     std::vector<Request> requests;
     std::chrono::seconds searchTakes{5};
-    std::function<void()> onSearch;  // when the devices have been drawn
+    std::function<void()> onSearch;                 // when the devices have been drawn
     std::vector<std::vector<std::string>> rereads;  // arguments after each hangup
 
     int Run(std::vector<std::string> arguments) {
