@@ -13,6 +13,9 @@ public:
     explicit Sender(int fd) : m_fd(fd) {}
     void Send(const Message& message);
 
+    // Where the process reads what the tool writes to it.
+    int Fd() const { return m_fd; }
+
 private:
     std::mutex m_mutex;
     int m_fd;

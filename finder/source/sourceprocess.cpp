@@ -1,7 +1,9 @@
 #include "finder/source/sourceprocess.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -62,7 +64,7 @@ void SetUpDescriptors(int pipeFd) {
 
 std::optional<SourceProcess> SourceProcess::Start(const std::function<void(Sender&)>& body) {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         return std::nullopt;
     }
     Descriptor ours(ends[0]);
@@ -111,6 +113,29 @@ bool SourceProcess::ReadLines(const std::function<void(std::string_view)>& take)
     }
     m_pending.erase(0, start);
     return count > 0 && m_pending.size() <= kLongestLineBytes;
+}
+
+bool SourceProcess::Write(std::string_view text, std::chrono::milliseconds time) {
+    const auto end = std::chrono::steady_clock::now() + time;
+    while (!text.empty()) {
+        const ssize_t count = send(m_fd, text.data(), text.size(), MSG_NOSIGNAL);
+        if (count >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(count));
+            continue;
+        }
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            end - std::chrono::steady_clock::now());
+        if ((errno != EAGAIN && errno != EINTR) || left.count() <= 0) {
+            return false;
+        }
+        pollfd entry{m_fd, POLLOUT, 0};
+        poll(&entry, 1, static_cast<int>(left.count()));
+    }
+    return true;
+}
+
+void SourceProcess::EndWriting() {
+    shutdown(m_fd, SHUT_WR);
 }
 
 int SourceProcess::Join() {

@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -30,6 +31,13 @@ public:
 
     // To be polled for reading.
     int Fd() const { return m_pipe.Fd(); }
+
+    // Gives the process a text to read, at its Sender's Fd; false when it has ended or does not take
+    // the whole text within the time.
+    bool Write(std::string_view text, std::chrono::milliseconds time);
+
+    // The process reads an end.
+    void EndWriting();
 
     // Takes what is there to read, and hands on each whole line; false at the end.
     bool ReadLines(const std::function<void(std::string_view line)>& take);
