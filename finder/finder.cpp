@@ -326,8 +326,9 @@ void Search::TellConflicts() {
             Tell({Problem::Weight::Notice,
                   {},
                   "",
-                  fmt::format("{} is the address of {} devices: {}", conflict.ip,
-                              conflict.macs.size(), fmt::join(conflict.macs, ", ")),
+                  fmt::format("{}{}{} is the address of {} devices: {}", conflict.site,
+                              conflict.site.empty() ? "" : ": ", conflict.ip, conflict.macs.size(),
+                              fmt::join(conflict.macs, ", ")),
                   "Disconnect all but one of them, give that one another address, and go on with "
                   "the next"});
         }

@@ -180,8 +180,8 @@ bool BrokerConnection::SetUp() {
     mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
     int error = MOSQ_ERR_SUCCESS;
     if (!m_settings.user.empty()) {
-        error = mosquitto_username_pw_set(client, m_settings.user.c_str(),
-                                          m_settings.password.c_str());
+        error =
+            mosquitto_username_pw_set(client, m_settings.user.c_str(), m_settings.password.c_str());
     }
     if (error == MOSQ_ERR_SUCCESS && !m_will.topic.empty()) {
         error = mosquitto_will_set(client, m_will.topic.c_str(),
@@ -214,8 +214,8 @@ bool BrokerConnection::Run(int wakeFd, std::chrono::milliseconds time) {
     mosquitto* const client = m_client.get();
     const auto toWrite = static_cast<short>(mosquitto_want_write(client) ? POLLOUT : 0);
     const int fd = mosquitto_socket(client);
-    std::array<pollfd, 2> entries{{{fd, static_cast<short>(POLLIN | toWrite), 0},
-                                   {wakeFd, POLLIN, 0}}};
+    std::array<pollfd, 2> entries{
+        {{fd, static_cast<short>(POLLIN | toWrite), 0}, {wakeFd, POLLIN, 0}}};
     poll(entries.data(), entries.size(), static_cast<int>(std::min(time, kLongestWait).count()));
     int error = fd < 0 ? MOSQ_ERR_CONN_LOST : MOSQ_ERR_SUCCESS;
     if (error == MOSQ_ERR_SUCCESS && (entries[0].revents & POLLOUT) != 0) {

@@ -35,8 +35,8 @@ std::uint32_t NumberOf(std::string_view text) {
 bool IsSiteName(std::string_view name) {
     constexpr std::string_view kForbidden = "/+# \t\\\"'<>&,;";
     return !name.empty() && name.size() <= kLongestSiteName && name.front() != '$' &&
-           name.find_first_of(kForbidden) == std::string_view::npos &&
-           ToValidUtf8(name) == name && ForDisplay(name) == name;
+           name.find_first_of(kForbidden) == std::string_view::npos && ToValidUtf8(name) == name &&
+           ForDisplay(name) == name;
 }
 
 bool IsDeviceId(std::string_view id) {

@@ -42,8 +42,10 @@ Device Composition::Result() const {
         }
     }
     SetAddresses(device);
-    device.firstSeen = TimeText(m_first.value_or(0));
-    device.lastSeen = TimeText(m_last);
+    if (device.site.empty()) {  // a site says itself when
+        device.firstSeen = TimeText(m_first.value_or(0));
+        device.lastSeen = TimeText(m_last);
+    }
     std::sort(device.seenVia.begin(), device.seenVia.end());
     return device;
 }

@@ -69,6 +69,7 @@ struct Device {
     std::string firstSeen;       // ISO 8601, UTC
     std::string lastSeen;        // ISO 8601, UTC
     std::vector<Target> seenVia;
+    std::string site;  // whose lanscout published it; empty: found by this one
 
     bool operator==(const Device&) const = default;
 };

@@ -126,6 +126,8 @@ const std::array kFields{
           kNotInTable, Text, kCsv},
     Field{&Device::lastSeen, "lastSeen", "LAST SEEN", Merge::Larger, kQuiet, kAsWideAsItIs,
           kNotInTable, Text, kCsv},
+    Field{
+        &Device::site, "site", "SITE", Merge::Ranked, kQuiet, {8, 24}, kAlwaysInTable, Text, kCsv},
 };
 
 }  // namespace

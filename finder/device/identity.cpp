@@ -19,6 +19,7 @@ constexpr std::size_t kMostComparedRows = 64;
 
 struct Group {
     std::vector<std::size_t> members;
+    std::string site;
     std::string mac;
     std::string uuid;
     std::string udn;
@@ -35,6 +36,7 @@ void TakeUnknown(std::string& known, const std::string& text) {
 
 void Add(Group& group, const Marks& marks, std::size_t index) {
     group.members.push_back(index);
+    group.site = marks.site;  // the same of all its members
     TakeUnknown(group.mac, marks.mac);
     TakeUnknown(group.uuid, marks.uuid);
     TakeUnknown(group.udn, marks.udn);
@@ -62,8 +64,8 @@ bool IdsContradict(const Group& a, const Group& b) {
 bool IsPlacedBefore(const Marks& a, const Marks& b) {
     const auto key = [](const Marks& marks, const bool& noMac, const bool& noUuid,
                         const bool& noUdn) {
-        return std::tie(marks.ip, noMac, noUuid, noUdn, marks.mac, marks.uuid, marks.udn,
-                        marks.interface, marks.hardware);
+        return std::tie(marks.site, marks.ip, noMac, noUuid, noUdn, marks.mac, marks.uuid,
+                        marks.udn, marks.interface, marks.hardware);
     };
     return key(a, a.mac.empty(), a.uuid.empty(), a.udn.empty()) <
            key(b, b.mac.empty(), b.uuid.empty(), b.udn.empty());
@@ -82,13 +84,13 @@ std::vector<std::size_t> InPlacingOrder(std::span<const Marks> all) {
 std::vector<Group> GroupByAddress(std::span<const Marks> all) {
     std::vector<Group> groups;
     std::size_t first = 0;  // of the groups at the present address
-    const std::string* address = nullptr;
+    const Marks* former = nullptr;
     for (const std::size_t index : InPlacingOrder(all)) {
         const Marks& marks = all[index];
-        if (address == nullptr || *address != marks.ip) {
+        if (former == nullptr || former->ip != marks.ip || former->site != marks.site) {
             first = groups.size();
-            address = &marks.ip;
         }
+        former = &marks;
         const auto found = std::find_if(groups.begin() + static_cast<std::ptrdiff_t>(first),
                                         groups.end(), [&](const Group& group) {
                                             return !Contradict(group.mac, marks.mac) &&
@@ -103,12 +105,12 @@ std::vector<Group> GroupByAddress(std::span<const Marks> all) {
 // One id at several addresses is one device, but with several MAC addresses they are clones: cheap
 // cameras ship with one id for all. Who has that id and no known MAC address may be any of them.
 void JoinById(std::vector<Group>& groups) {
-    std::map<std::string, std::vector<std::size_t>> byId;
+    std::map<std::pair<std::string, std::string>, std::vector<std::size_t>> byId;
     for (std::size_t i = 0; i < groups.size(); ++i) {
         const std::set<std::string> ids{groups[i].uuid, groups[i].udn};
         for (const std::string& id : ids) {
             if (!id.empty()) {
-                byId[id].push_back(i);
+                byId[{groups[i].site, id}].push_back(i);
             }
         }
     }
@@ -160,10 +162,10 @@ bool IsOneDevice(const Group& a, const Group& b) {
 }
 
 void JoinByMac(std::vector<Group>& groups) {
-    std::map<std::string, std::vector<std::size_t>> byMac;
+    std::map<std::pair<std::string, std::string>, std::vector<std::size_t>> byMac;
     for (std::size_t i = 0; i < groups.size(); ++i) {
         if (!groups[i].mac.empty() && !groups[i].members.empty()) {
-            byMac[groups[i].mac].push_back(i);
+            byMac[{groups[i].site, groups[i].mac}].push_back(i);
         }
     }
     for (const auto& [mac, indices] : byMac) {
@@ -204,7 +206,7 @@ struct Pass {
 };
 
 std::string KeyOf(const Device& device, const Pass& pass) {
-    std::string key;
+    std::string key = device.site + "\n";
     for (const auto& [wanted, text] :
          {std::pair(pass.mac, device.mac), std::pair(pass.id, IdOf(device)),
           std::pair(pass.ip, ShownAddress(device))}) {
@@ -275,8 +277,8 @@ private:
 }  // namespace
 
 Marks MarksOf(const Device& device, const std::string& interface) {
-    return {device.mac,           BareId(device.uuid), BareId(device.udn),
-            ShownAddress(device), interface,           device.hardware};
+    return {device.mac, BareId(device.uuid), BareId(device.udn), ShownAddress(device),
+            interface,  device.hardware,     device.site};
 }
 
 std::string BareId(const std::string& id) {

@@ -3,6 +3,9 @@
 // A device is told by its MAC address, by its unique id (the ONVIF endpoint reference, the UPnP
 // UDN) and by its IP address, in this order: a known contradiction in an earlier one outweighs
 // agreement in a later one.
+//
+// Devices of different sites are different devices, whatever else is alike: private addresses are
+// the same everywhere, and what one site publishes says nothing of another's devices.
 #pragma once
 
 #include <cstddef>
@@ -23,6 +26,7 @@ struct Marks {
     std::string ip;  // IPv4, or else IPv6
     std::string interface;
     std::string hardware;
+    std::string site{};  // whose lanscout published it; empty: found by this one
 
     bool operator==(const Marks&) const = default;
 };

@@ -17,13 +17,22 @@ bool TellsMacsOnly(SourceId source) {
 }
 
 std::string FactKey(const Sighting& sighting, const Marks& marks) {
-    return fmt::format("{}\n{}\n{}\n{}\n{}\n{}", static_cast<int>(sighting.source), marks.interface,
-                       marks.ip, marks.mac, marks.uuid, marks.udn);
+    return fmt::format("{}\n{}\n{}\n{}\n{}\n{}\n{}", static_cast<int>(sighting.source), marks.site,
+                       marks.interface, marks.ip, marks.mac, marks.uuid, marks.udn);
+}
+
+// Within one site, or within what this lanscout hears itself.
+std::string Mark(char kind, const Device& device, const std::string& text) {
+    return fmt::format("{} {}\n{}", kind, device.site, text);
 }
 
 // A link-local address names its interface; the others are alike wherever they are heard.
 std::string AddressMark(const Device& device) {
-    return "a " + ShownAddress(device);
+    return Mark('a', device, ShownAddress(device));
+}
+
+std::string PlaceKey(const std::string& interface, const Device& device) {
+    return fmt::format("{} {}\n{}", interface, device.site, ShownAddress(device));
 }
 
 }  // namespace
@@ -46,7 +55,8 @@ bool Inventory::AddHint(const Sighting& sighting) {
     }
     hints.push_back(std::move(hint));
     ++m_hintCount;
-    if (const auto part = m_partByMark.find("a " + address); part != m_partByMark.end()) {
+    if (const auto part = m_partByMark.find(AddressMark(sighting.device));
+        part != m_partByMark.end()) {
         m_unsettled.insert(PartOf(part->second));
     }
     return true;
@@ -59,7 +69,7 @@ bool Inventory::AddFact(const Sighting& sighting, std::time_t now) {
         Refresh(m_facts[known->second], sighting, now);
         return true;
     }
-    std::size_t& atAddress = m_factsAtAddress[marks.interface + " " + marks.ip];
+    std::size_t& atAddress = m_factsAtAddress[PlaceKey(marks.interface, sighting.device)];
     if (m_facts.size() >= 2 * kMostDevices || atAddress >= kMostAtOneAddress) {
         return false;
     }
@@ -67,7 +77,9 @@ bool Inventory::AddFact(const Sighting& sighting, std::time_t now) {
     const std::size_t index = m_facts.size();
     const std::size_t part = m_parentOf.size();
     m_facts.push_back({sighting.source, sighting.via.interface, sighting.device, now, now, part});
-    m_facts.back().device.seenVia = {sighting.via};
+    if (sighting.device.site.empty()) {  // a site says itself how it saw the device, and when
+        m_facts.back().device.seenVia = {sighting.via};
+    }
     m_factByKey.emplace(key, index);
     m_parentOf.push_back(part);
     m_factsOf.push_back({index});
@@ -83,8 +95,8 @@ void Inventory::Refresh(Fact& fact, const Sighting& sighting, std::time_t now) {
     for (const Field& field : Fields()) {
         MergeSameSource(field, merged, sighting.device);
     }
-    if (std::find(merged.seenVia.begin(), merged.seenVia.end(), sighting.via) ==
-        merged.seenVia.end()) {
+    if (merged.site.empty() && std::find(merged.seenVia.begin(), merged.seenVia.end(),
+                                         sighting.via) == merged.seenVia.end()) {
         merged.seenVia.push_back(sighting.via);
     }
     if (merged != fact.device) {
@@ -99,7 +111,7 @@ void Inventory::UniteByMarks(std::size_t fact) {
     UniteBy(AddressMark(device), part);
     for (const std::string& id : {BareId(device.uuid), BareId(device.udn)}) {
         if (!id.empty()) {
-            UniteBy("i " + id, part);
+            UniteBy(Mark('i', device, id), part);
         }
     }
 }
@@ -138,7 +150,7 @@ void Inventory::Unite(std::size_t a, std::size_t b) {
 // that is known.
 std::set<std::string> Inventory::HintedMacs(const Fact& fact) const {
     const auto hints = m_hints.find(ShownAddress(fact.device));
-    if (hints == m_hints.end()) {
+    if (hints == m_hints.end() || !fact.device.site.empty()) {
         return {};
     }
     const std::string uuid = BareId(fact.device.uuid);
@@ -178,8 +190,7 @@ void Inventory::SplitClones(std::size_t index) {
         clone.number = kNone;
         const Sighting sighting{clone.source, {clone.interface, ""}, clone.device};
         const std::string key = FactKey(sighting, MarksOf(clone.device, clone.interface));
-        std::size_t& atAddress =
-            m_factsAtAddress[clone.interface + " " + ShownAddress(clone.device)];
+        std::size_t& atAddress = m_factsAtAddress[PlaceKey(clone.interface, clone.device)];
         if (atAddress < kMostAtOneAddress && m_facts.size() < 2 * kMostDevices &&
             m_factByKey.try_emplace(key, m_facts.size()).second) {
             ++atAddress;
@@ -200,7 +211,7 @@ void Inventory::UniteByMacs() {
         const std::vector<std::size_t> facts = m_factsOf[part];  // Unite changes the list
         for (const std::size_t fact : facts) {
             if (const std::string mac = MacOf(m_facts[fact]); !mac.empty()) {
-                UniteBy("m " + mac, m_facts[fact].part);
+                UniteBy(Mark('m', m_facts[fact].device, mac), m_facts[fact].part);
             }
         }
     }
@@ -310,7 +321,7 @@ void Inventory::FindConflicts(std::vector<std::pair<std::size_t, Device>>& rows)
             const auto found = macsAt.find(place);
             if (found != macsAt.end() && found->second.size() > 1) {
                 device.sharedAddress = true;
-                m_conflicts.insert({device.ip, found->second});
+                m_conflicts.insert({device.ip, device.site, found->second});
             }
         }
     }

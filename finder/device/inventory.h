@@ -19,6 +19,7 @@ namespace Lanscout {
 // Two machines at one address.
 struct AddressConflict {
     std::string ip;
+    std::string site;  // empty: found by this lanscout
     std::set<std::string> macs;
 
     auto operator<=>(const AddressConflict&) const = default;

@@ -123,8 +123,8 @@ bool SourceProcess::Write(std::string_view text, std::chrono::milliseconds time)
             text.remove_prefix(static_cast<std::size_t>(count));
             continue;
         }
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-            end - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         if ((errno != EAGAIN && errno != EINTR) || left.count() <= 0) {
             return false;
         }

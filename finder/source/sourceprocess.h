@@ -32,8 +32,8 @@ public:
     // To be polled for reading.
     int Fd() const { return m_pipe.Fd(); }
 
-    // Gives the process a text to read, at its Sender's Fd; false when it has ended or does not take
-    // the whole text within the time.
+    // Gives the process a text to read, at its Sender's Fd; false when it has ended or does not
+    // take the whole text within the time.
     bool Write(std::string_view text, std::chrono::milliseconds time);
 
     // The process reads an end.

@@ -24,10 +24,9 @@ std::string Payload(const Json& json) {
 // What a device can be called, the best first.
 std::vector<std::string> NamesOf(const Device& device) {
     std::vector<std::string> names;
-    for (const std::string& name :
-         {device.mac.empty() ? "" : IdOfMac(device.mac),
-          SafeId(BareId(device.uuid.empty() ? device.udn : device.uuid)),
-          SafeId(ShownAddress(device))}) {
+    for (const std::string& name : {device.mac.empty() ? "" : IdOfMac(device.mac),
+                                    SafeId(BareId(device.uuid.empty() ? device.udn : device.uuid)),
+                                    SafeId(ShownAddress(device))}) {
         if (IsDeviceId(name)) {
             names.push_back(name);
         }

@@ -52,8 +52,8 @@ SitePublisher::~SitePublisher() {
 }
 
 bool SitePublisher::Start() {
-    m_process = SourceProcess::Start(
-        [this](Sender& sender) { RunPublisher(m_broker, m_site, sender); });
+    m_process =
+        SourceProcess::Start([this](Sender& sender) { RunPublisher(m_broker, m_site, sender); });
     if (!m_process) {
         m_tell(NoticeOf(std::string("nothing is published: no process could be started: ") +
                             std::strerror(errno),

@@ -88,7 +88,7 @@ private:
     std::atomic<bool> m_ending{false};
     Backoff m_backoff{std::random_device()()};
     std::map<int, Outbox::Sending> m_underway;  // by number
-    std::vector<int> m_delivered;  // numbers, perhaps before Publish has returned them
+    std::vector<int> m_delivered;               // numbers, perhaps before Publish has returned them
     Clock::time_point m_upSince;
     std::string m_told;  // the failure that was told last; empty: none since it last worked
 };
@@ -97,11 +97,11 @@ void Publisher::OnConnected() {
     m_upSince = Clock::now();
     if (!m_told.empty()) {
         m_told.clear();
-        m_sender.Send(NoticeMessage{
-            {},
-            fmt::format("{} is there again; what has changed meanwhile is published",
-                        BrokerText(m_broker)),
-            ""});
+        m_sender.Send(
+            NoticeMessage{{},
+                          fmt::format("{} is there again; what has changed meanwhile is published",
+                                      BrokerText(m_broker)),
+                          ""});
     }
 }
 
