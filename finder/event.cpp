@@ -15,7 +15,7 @@ Json TextOrNull(const std::string& text) {
 }
 
 Json SearchToJson(const SearchReport& search) {
-    return {{"protocol", search.work == Work::Upnp ? "upnp" : "onvif"},
+    return {{"protocol", ProtocolName(search.work)},
             {"source", SourceName(search.source)},
             {"interface", search.target.interface},
             {"address", search.target.address},
@@ -87,6 +87,20 @@ Json EventToJson(const DeviceEvent& event) {
     }
     json["device"] = DeviceToJson(event.device);
     return json;
+}
+
+const char* ProtocolName(Work work) {
+    switch (work) {
+        case Work::Onvif:
+            return "onvif";
+        case Work::Upnp:
+            return "upnp";
+        case Work::Sites:
+            return "mqtt";
+        case Work::Macs:
+            break;
+    }
+    return "";
 }
 
 const char* OutcomeText(Outcome outcome) {

@@ -55,6 +55,9 @@ enum class Outcome {
     Interrupted,  // ended by the user
 };
 
+// "onvif", "upnp", "mqtt", or empty where a source only adds to what others find.
+const char* ProtocolName(Work work);
+
 const char* OutcomeText(Outcome outcome);
 
 // What one source made of one address.

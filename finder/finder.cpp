@@ -36,16 +36,9 @@ constexpr milliseconds kLastAnswers{450};
 // Working out who is who takes at most this share of the time, whatever a flood makes of the list.
 constexpr int kSettleShare = 10;
 
-const char* ProtocolName(Work work) {
-    switch (work) {
-        case Work::Onvif:
-            return "onvif";
-        case Work::Upnp:
-            return "upnp";
-        case Work::Macs:
-            break;
-    }
-    return "";
+// Asks single addresses, or a broker: from no address of ours in particular.
+bool SearchesFromNowhere(const Source& source, const Request& request) {
+    return (source.id == SourceId::Probes && !request.to.empty()) || source.id == SourceId::Sites;
 }
 
 struct Running {
@@ -126,8 +119,8 @@ void Search::Tell(Problem problem) {
 }
 
 void Search::PlanJobs() {
-    const bool onlyTo =
-        !m_request.to.empty() && m_request.interfaces.empty() && m_request.addresses.empty();
+    const bool onlyTo = (!m_request.to.empty() || m_request.sites) &&
+                        m_request.interfaces.empty() && m_request.addresses.empty();
     Choice choice;
     if (!onlyTo) {
         choice = ChooseTargets(ReadLocalAddresses(), m_request.interfaces, m_request.addresses);
@@ -145,9 +138,10 @@ void Search::PlanJobs() {
                 m_waiting.push_back({&source, {{target}, number++, m_request}});
                 m_upnpJobs += source.work == Work::Upnp ? 1 : 0;
             }
-        } else if (!choice.targets.empty() ||
-                   (source.id == SourceId::Probes && !m_request.to.empty())) {
-            m_waiting.push_back({&source, {choice.targets, 0, m_request}});
+        } else if (!choice.targets.empty() || SearchesFromNowhere(source, m_request)) {
+            const bool isSites = source.id == SourceId::Sites;
+            m_waiting.push_back(
+                {&source, {isSites ? std::vector<Target>{} : choice.targets, 0, m_request}});
         }
     }
 }
@@ -173,7 +167,7 @@ void Search::StartOne(const Source& source, Job job) {
     for (const Target& target : job.targets) {
         reports.push_back({target, source.id, source.work, Outcome::Done});
     }
-    if (source.id == SourceId::Probes && !m_request.to.empty()) {
+    if (SearchesFromNowhere(source, m_request)) {
         reports.push_back({{}, source.id, source.work, Outcome::Done});
     }
     auto process =
@@ -208,6 +202,9 @@ void Search::TellFull() {
 void Search::Take(Running& one, const SightingMessage& message) {
     Sighting sighting = message.sighting;
     sighting.source = one.source->id;  // whatever it says of itself
+    if ((one.source->id == SourceId::Sites) == sighting.device.site.empty()) {
+        return;
+    }
     if (!m_inventory.Add(sighting, std::time(nullptr))) {
         TellFull();
     }

@@ -3,8 +3,11 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "finder/broker/brokersettings.h"
 
 namespace Lanscout {
 
@@ -21,6 +24,7 @@ struct Request {
     std::vector<std::string> addresses;   // of this machine
     std::vector<AddressRange> to;  // asked one by one; without interfaces and addresses, nothing
                                    // else is asked
+    std::optional<BrokerSettings> sites;  // where other lanscouts publish; as of `to`
     std::chrono::seconds timeout{5};
     std::chrono::seconds maxTime{65};  // whatever still runs then is ended
     bool onvif = true;

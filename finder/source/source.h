@@ -20,7 +20,8 @@ namespace Lanscout {
 enum class Work {
     Onvif,
     Upnp,
-    Macs,  // only adds to what others find: its failure is a notice
+    Sites,  // what other lanscouts have found
+    Macs,   // only adds to what others find: its failure is a notice
 };
 
 // One child process of a source.

@@ -118,7 +118,7 @@ bool SourceProcess::ReadLines(const std::function<void(std::string_view)>& take)
 bool SourceProcess::Write(std::string_view text, std::chrono::milliseconds time) {
     const auto end = std::chrono::steady_clock::now() + time;
     while (!text.empty()) {
-        const ssize_t count = send(m_fd, text.data(), text.size(), MSG_NOSIGNAL);
+        const ssize_t count = send(Fd(), text.data(), text.size(), MSG_NOSIGNAL);
         if (count >= 0) {
             text.remove_prefix(static_cast<std::size_t>(count));
             continue;
@@ -128,14 +128,14 @@ bool SourceProcess::Write(std::string_view text, std::chrono::milliseconds time)
         if ((errno != EAGAIN && errno != EINTR) || left.count() <= 0) {
             return false;
         }
-        pollfd entry{m_fd, POLLOUT, 0};
+        pollfd entry{Fd(), POLLOUT, 0};
         poll(&entry, 1, static_cast<int>(left.count()));
     }
     return true;
 }
 
 void SourceProcess::EndWriting() {
-    shutdown(m_fd, SHUT_WR);
+    shutdown(Fd(), SHUT_WR);
 }
 
 int SourceProcess::Join() {

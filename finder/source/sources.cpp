@@ -7,6 +7,7 @@
 #include "finder/source/frames.h"
 #include "finder/source/neighbours.h"
 #include "finder/source/probes.h"
+#include "finder/source/sites.h"
 #include "finder/source/source.h"
 #include "finder/source/upnpsearch.h"
 
@@ -29,6 +30,10 @@ bool WantsFrames(const Request& request) {
     return request.onvif && MayOpenPacketSockets();
 }
 
+bool WantsSites(const Request& request) {
+    return request.sites.has_value();
+}
+
 constexpr bool kEachTarget = true;
 constexpr bool kOneProcess = false;
 
@@ -37,6 +42,7 @@ constexpr std::array kSources{
     Source{SourceId::CameraSearch, "camerasearch", Work::Onvif, kOneProcess, &WantsOnvif,
            &RunCameraSearch},
     Source{SourceId::UpnpSearch, "upnpsearch", Work::Upnp, kEachTarget, &WantsUpnp, &RunUpnpSearch},
+    Source{SourceId::Sites, "sites", Work::Sites, kOneProcess, &WantsSites, &RunSites},
     Source{SourceId::Frames, "frames", Work::Macs, kOneProcess, &WantsFrames, &RunFrames},
     Source{SourceId::Neighbours, "neighbours", Work::Macs, kOneProcess, &WantsMacs, &RunNeighbours},
 };

@@ -27,7 +27,8 @@ auto BeforeSearch(Use use) {
 }
 
 WatchTask WatchTaskOf(const Options& options) {
-    return {options.request, options.output, *options.watch, options.state};
+    return {options.request, options.output,  *options.watch,
+            options.state,   options.publish, options.forget};
 }
 
 class Command {
@@ -38,8 +39,10 @@ public:
 
     int Run(const std::function<std::optional<Options>()>& readAgain) {
         try {
-            if (!m_options.output.html.empty()) {
-                BeforeSearch([&] { m_machine.files.checkWritable(m_options.output.html); });
+            for (const std::string& file : {m_options.output.html, m_options.output.fileSd}) {
+                if (!file.empty()) {
+                    BeforeSearch([&] { m_machine.files.checkWritable(file); });
+                }
             }
             return RunTask(readAgain);
         } catch (const WrongFile& wrong) {

@@ -5,11 +5,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <map>
 #include <ostream>
 #include <stdexcept>
 
+#include "finder/broker/topics.h"
 #include "finder/device/fields.h"
+#include "finder/machine/files.h"
 #include "finder/source/addressrange.h"
 #include "finder/text/safetext.h"
 #include "tools/lanscout/output/outputs.h"
@@ -24,6 +27,9 @@ constexpr int kDefaultWatchSeconds = 30;
 constexpr int kLastPort = 65535;
 constexpr int kMostProbesASecond = 100000;
 constexpr int kMostAtOnce = 1000;
+constexpr int kMostForgetNumber = 100000;
+constexpr int kSitesSeconds = 30;  // the time ends the reading of sites only where a broker is slow
+constexpr std::size_t kLongestKeyFile = std::size_t{16} * 1024 * 1024;
 
 constexpr char kFooter[] = R"(Examples:
   lanscout                               every interface, 5 seconds, a table
@@ -34,6 +40,7 @@ constexpr char kFooter[] = R"(Examples:
   lanscout --html cameras.html           a page to look at and to pass on
   lanscout --csv --sort model            for a spreadsheet
   lanscout --watch 60                    what comes and goes
+  lanscout --sites mqtts://broker        what other sites publish
 
 Exit status: 0 found, 1 nothing found, 2 wrong use, 3 could not search,
 4 differs from the --compare file.)";
@@ -50,6 +57,13 @@ struct Flags {
     bool noProgress = false;
     std::string colour = "auto";
     std::vector<int> watch;
+    std::string site;
+    std::string mqtt;
+    std::string sites;
+    BrokerSettings broker;  // its files
+    std::string credentials;
+    bool homeAssistant = false;
+    std::string forget = "30d";
 };
 
 void AddPlaceOptions(CLI::App& app, Options& options, Flags& flags) {
@@ -101,6 +115,9 @@ void AddOutputOptions(CLI::App& app, OutputSettings& output, Flags& flags) {
     }
     app.add_option("--html", output.html, "Also write a page of the result to this file")
         ->option_text("FILE");
+    app.add_option("--file-sd", output.fileSd,
+                   "Also write the devices to this file, as targets for Prometheus")
+        ->option_text("FILE");
     app.add_option("-s,--sort", output.sort,
                    fmt::format("Order the devices by this column: {}", fmt::join(CsvNames(), ", ")))
         ->option_text(fmt::format("COLUMN={}", output.sort))
@@ -133,6 +150,114 @@ void AddTaskOptions(CLI::App& app, Options& options, Flags& flags) {
            "again at SIGHUP")
         ->option_text("FILE");
     app.allow_config_extras(CLI::config_extras_mode::error);
+}
+
+void AddSiteOptions(CLI::App& app, Flags& flags) {
+    app.add_option("--mqtt", flags.mqtt,
+                   "Publish what --watch finds at this broker: mqtts://HOST or mqtt://HOST")
+        ->option_text("URL");
+    app.add_option("--site", flags.site, "The name of this site in what is published")
+        ->option_text("NAME");
+    app.add_option("--sites", flags.sites, "List what other sites publish at this broker")
+        ->option_text("URL");
+    app.add_option("--mqtt-cafile", flags.broker.caFile,
+                   "Trust a broker whose certificate one in this file vouches for")
+        ->option_text("FILE");
+    app.add_option("--mqtt-cert", flags.broker.certFile, "This client's certificate")
+        ->option_text("FILE");
+    app.add_option("--mqtt-key", flags.broker.keyFile, "The key of that certificate")
+        ->option_text("FILE");
+    app.add_option("--mqtt-credentials", flags.credentials,
+                   "A file that others may not read: the user name, a line, and the password")
+        ->option_text("FILE");
+    app.add_flag("--homeassistant", flags.homeAssistant,
+                 "Publish what Home Assistant needs to show each device too");
+    app.add_option("--forget", flags.forget,
+                   "Forget what is gone for that long: a number with d, h, m or s")
+        ->option_text("TIME=30d");
+}
+
+std::chrono::seconds TimeOf(const std::string& text) {
+    int number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const std::string_view unit(end, static_cast<std::size_t>(text.data() + text.size() - end));
+    const std::map<std::string_view, int> units{
+        {"d", kLongestSeconds}, {"h", 3600}, {"m", 60}, {"s", 1}};
+    const auto found = units.find(unit);
+    if (error != std::errc() || number <= 0 || number > kMostForgetNumber || found == units.end()) {
+        throw CLI::ValidationError("--forget", "takes a number with d, h, m or s, such as 30d");
+    }
+    return std::chrono::seconds(std::int64_t{number} * found->second);
+}
+
+BrokerSettings BrokerOf(const char* option, const std::string& url, const Flags& flags) {
+    try {
+        BrokerSettings broker = ParseBrokerUrl(url);
+        if (!broker.tls && (flags.broker != BrokerSettings{})) {
+            throw std::runtime_error("certificates are for mqtts://, and this is mqtt://");
+        }
+        if (flags.broker.certFile.empty() != flags.broker.keyFile.empty()) {
+            throw std::runtime_error("--mqtt-cert and --mqtt-key belong together");
+        }
+        broker.caFile = flags.broker.caFile;
+        broker.certFile = flags.broker.certFile;
+        broker.keyFile = flags.broker.keyFile;
+        for (const std::string& file : {broker.caFile, broker.certFile, broker.keyFile}) {
+            if (!file.empty()) {
+                ReadWholeFile(file, kLongestKeyFile);
+            }
+        }
+        if (!flags.credentials.empty()) {
+            ReadCredentials(flags.credentials, broker);
+        }
+        return broker;
+    } catch (const std::runtime_error& wrong) {
+        throw CLI::ValidationError(option, wrong.what());
+    }
+}
+
+void CheckSiteOptions(const CLI::App& app, const Options& options, const Flags& flags) {
+    if (!flags.mqtt.empty() && !options.watch) {
+        throw CLI::ValidationError("--mqtt", "publishes what --watch finds, which is missing");
+    }
+    if (flags.mqtt.empty() != flags.site.empty()) {
+        throw CLI::ValidationError("--mqtt and --site belong together");
+    }
+    if (!flags.site.empty() && !IsSiteName(flags.site)) {
+        throw CLI::ValidationError(
+            "--site", "takes a name of up to 64 characters, without white space, / + # and quotes");
+    }
+    if (!flags.mqtt.empty() && !flags.sites.empty()) {
+        throw CLI::ValidationError("--sites", "cannot be combined with --mqtt");
+    }
+    if (flags.homeAssistant && flags.mqtt.empty()) {
+        throw CLI::ValidationError("--homeassistant", "needs --mqtt");
+    }
+    for (const char* name : {"--mqtt-cafile", "--mqtt-cert", "--mqtt-key", "--mqtt-credentials"}) {
+        if (app.count(name) > 0 && flags.mqtt.empty() && flags.sites.empty()) {
+            throw CLI::ValidationError(name, "needs --mqtt or --sites");
+        }
+    }
+    if (app.count("--forget") > 0 && !options.watch) {
+        throw CLI::ValidationError("--forget", "is for --watch");
+    }
+}
+
+void CompleteSites(const CLI::App& app, const Flags& flags, Options& options) {
+    CheckSiteOptions(app, options, flags);
+    options.forget = TimeOf(flags.forget);
+    if (!flags.sites.empty()) {
+        options.request.sites = BrokerOf("--sites", flags.sites, flags);
+        if (app.count("--timeout") == 0) {
+            options.request.timeout = std::chrono::seconds(kSitesSeconds);
+            options.request.maxTime = std::chrono::seconds(kSitesSeconds + kGraceSeconds);
+        }
+    }
+    if (!flags.mqtt.empty()) {
+        options.publish = {
+            BrokerOf("--mqtt", flags.mqtt, flags),
+            {flags.site, flags.homeAssistant, *options.watch, options.request.interfaces}};
+    }
 }
 
 std::string ChosenFormat(const Flags& flags) {
@@ -229,6 +354,7 @@ void Complete(const CLI::App& app, const Flags& flags, Options& options) {
         options.config = app.get_option("--config")->as<std::string>();
     }
     CheckTogether(options, flags);
+    CompleteSites(app, flags, options);
 }
 
 }  // namespace
@@ -245,6 +371,7 @@ std::variant<Options, int> ParseArguments(int argc, const char* const* argv, std
     AddSearchOptions(app, options, flags);
     AddOutputOptions(app, options.output, flags);
     AddTaskOptions(app, options, flags);
+    AddSiteOptions(app, flags);
     try {
         app.parse(argc, argv);
         Complete(app, flags, options);

@@ -9,6 +9,7 @@
 
 #include "finder/finder.h"
 #include "tools/lanscout/output/settings.h"
+#include "tools/lanscout/publish/publisher.h"
 
 namespace Lanscout {
 
@@ -18,7 +19,9 @@ struct Options {
     std::string compare;                        // earlier result; empty: none
     std::optional<std::chrono::seconds> watch;  // from one search to the next
     std::string state;                          // file that keeps the watch's list; empty: none
-    std::string config;                         // file that options were read from; empty: none
+    std::optional<PublishSettings> publish;
+    std::chrono::seconds forget{std::chrono::days(30)};  // of a watch's list
+    std::string config;  // file that options were read from; empty: none
 };
 
 // The options, or the exit status when there is nothing more to do: --help and --version were

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "tools/lanscout/output/csv.h"
+#include "tools/lanscout/output/filesd.h"
 #include "tools/lanscout/output/html.h"
 #include "tools/lanscout/output/json.h"
 #include "tools/lanscout/output/jsonl.h"
@@ -45,6 +46,9 @@ std::vector<std::unique_ptr<Output>> MakeOutputs(const Means& means) {
     outputs.push_back(FormatNamed(means.settings.format).make(means));
     if (!means.settings.html.empty()) {
         outputs.push_back(HtmlOutput::Make(means));
+    }
+    if (!means.settings.fileSd.empty()) {
+        outputs.push_back(FileSdOutput::Make(means));
     }
     return outputs;
 }

@@ -11,6 +11,7 @@ struct OutputSettings {
     std::string
         format;        // a name of OutputFormats(); empty: a table in a terminal, else plain lines
     std::string html;  // page to write beside it; empty: none
+    std::string fileSd;       // targets for Prometheus; empty: none
     std::string sort = "ip";  // a field's name
     bool sortGiven = false;
     When colour = When::Auto;

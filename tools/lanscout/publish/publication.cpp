@@ -87,12 +87,6 @@ Json HomeAssistantDevice(const Device& device, const std::string& unique) {
 
 }  // namespace
 
-std::time_t TimeFrom(const std::string& text) {
-    std::tm parts{};
-    const char* const end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return end != nullptr && *end == '\0' ? timegm(&parts) : -1;
-}
-
 std::vector<std::string> DeviceIds(std::span<const ListedDevice> list) {
     std::vector<std::vector<std::string>> names;
     names.reserve(list.size());
@@ -163,28 +157,20 @@ std::string Publication::InfoPayload() const {
                     {"interval", m_settings.interval.count()}});
 }
 
-std::vector<Letter> Publication::Update(const Report& report, std::span<const ListedDevice> list,
-                                        std::time_t now) {
-    std::vector<ListedDevice> kept;
-    for (const ListedDevice& listed : list) {
-        const std::time_t lastSeen = TimeFrom(listed.lastSeen);
-        if (!listed.gone || (lastSeen >= 0 && now - lastSeen < m_settings.forget.count())) {
-            kept.push_back(listed);
-        }
-    }
+std::vector<Letter> Publication::Update(const Report& report, std::span<const ListedDevice> list) {
     Letters letters;
-    const std::vector<std::string> ids = DeviceIds(kept);
+    const std::vector<std::string> ids = DeviceIds(list);
     std::size_t gone = 0;
-    for (std::size_t i = 0; i < kept.size(); ++i) {
-        AddDevice(kept[i], ids[i], letters);
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        AddDevice(list[i], ids[i], letters);
         if (m_settings.homeAssistant) {
-            AddHomeAssistant(kept[i], ids[i], letters);
+            AddHomeAssistant(list[i], ids[i], letters);
         }
-        gone += kept[i].gone ? 1U : 0U;
+        gone += list[i].gone ? 1U : 0U;
     }
     const std::string info = InfoPayload();
     letters[SiteTopic(m_settings.name, "info")] = {info, info};
-    const std::string round = Payload(RoundPayload(report, kept.size() - gone, gone));
+    const std::string round = Payload(RoundPayload(report, list.size() - gone, gone));
     std::vector<Letter> news;
     for (const auto& [topic, one] : m_kept) {
         if (!letters.contains(topic) && topic != SiteTopic(m_settings.name, "round")) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <ctime>
 #include <map>
 #include <span>
 #include <string>
@@ -16,9 +15,8 @@ namespace Lanscout {
 struct SiteSettings {
     std::string name;
     bool homeAssistant = false;
-    std::chrono::seconds forget{std::chrono::days(30)};  // who is gone for longer is not kept
-    std::chrono::seconds interval{30};                   // of the watch
-    std::vector<std::string> interfaces;                 // that are searched; empty: all
+    std::chrono::seconds interval{30};    // of the watch
+    std::vector<std::string> interfaces;  // that are searched; empty: all
 
     bool operator==(const SiteSettings&) const = default;
 };
@@ -38,10 +36,9 @@ class Publication {
 public:
     explicit Publication(SiteSettings settings) : m_settings(std::move(settings)) {}
 
-    // What the broker is to be told after a round: what it has not been told before. `now` decides
-    // who is forgotten.
-    std::vector<Letter> Update(const Report& report, std::span<const ListedDevice> list,
-                               std::time_t now);
+    // What the broker is to be told after a round: what it has not been told before. Who is no
+    // longer in the list is forgotten.
+    std::vector<Letter> Update(const Report& report, std::span<const ListedDevice> list);
 
     Letter Event(const DeviceEvent& event) const;
 
@@ -64,8 +61,5 @@ private:
     SiteSettings m_settings;
     Letters m_kept;
 };
-
-// ISO 8601 as lanscout writes it; -1 when it is none.
-std::time_t TimeFrom(const std::string& text);
 
 }  // namespace Lanscout

@@ -30,8 +30,8 @@ Problem NoticeOf(std::string what, std::string remedy) {
 
 }  // namespace
 
-SitePublisher::SitePublisher(BrokerSettings broker, const SiteSettings& site, TellProblem tell)
-    : m_broker(std::move(broker)), m_site(site.name), m_publication(site), m_tell(std::move(tell)) {
+SitePublisher::SitePublisher(PublishSettings settings, TellProblem tell)
+    : m_settings(std::move(settings)), m_publication(m_settings.site), m_tell(std::move(tell)) {
     Start();
 }
 
@@ -52,8 +52,8 @@ SitePublisher::~SitePublisher() {
 }
 
 bool SitePublisher::Start() {
-    m_process =
-        SourceProcess::Start([this](Sender& sender) { RunPublisher(m_broker, m_site, sender); });
+    m_process = SourceProcess::Start(
+        [this](Sender& sender) { RunPublisher(m_settings.broker, m_settings.site.name, sender); });
     if (!m_process) {
         m_tell(NoticeOf(std::string("nothing is published: no process could be started: ") +
                             std::strerror(errno),
@@ -73,10 +73,9 @@ void SitePublisher::OnEvent(const DeviceEvent& event) {
     Send(m_publication.Event(event));
 }
 
-void SitePublisher::EndRound(const Report& report, std::span<const ListedDevice> list,
-                             std::time_t now) {
+void SitePublisher::EndRound(const Report& report, std::span<const ListedDevice> list) {
     TellProblems();
-    std::vector<Letter> news = m_publication.Update(report, list, now);
+    std::vector<Letter> news = m_publication.Update(report, list);
     if (!m_process && Start()) {
         news = m_publication.All();
     }

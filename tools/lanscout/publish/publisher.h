@@ -10,13 +10,18 @@
 
 namespace Lanscout {
 
+struct PublishSettings {
+    BrokerSettings broker;
+    SiteSettings site;
+};
+
 // To be called while the process has one thread only: it forks. A broker, or the process, that does
 // not work costs the watch nothing but a problem that is told.
 class SitePublisher {
 public:
     using TellProblem = std::function<void(const Problem& problem)>;
 
-    SitePublisher(BrokerSettings broker, const SiteSettings& site, TellProblem tell);
+    SitePublisher(PublishSettings settings, TellProblem tell);
     ~SitePublisher();  // the site is offline then
     SitePublisher(const SitePublisher&) = delete;
     SitePublisher& operator=(const SitePublisher&) = delete;
@@ -24,7 +29,7 @@ public:
     void OnEvent(const DeviceEvent& event);
 
     // A round has ended; `list` has those that are gone too.
-    void EndRound(const Report& report, std::span<const ListedDevice> list, std::time_t now);
+    void EndRound(const Report& report, std::span<const ListedDevice> list);
 
     // Tells what the process has told. To be called every second or so.
     void TellProblems();
@@ -33,8 +38,7 @@ private:
     bool Start();
     void Send(const Letter& letter);
 
-    BrokerSettings m_broker;
-    std::string m_site;
+    PublishSettings m_settings;
     Publication m_publication;
     TellProblem m_tell;
     std::optional<SourceProcess> m_process;

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "finder/device/fields.h"
+#include "finder/machine/clock.h"
 #include "tools/lanscout/output/reporter.h"
 #include "tools/lanscout/output/summary.h"
 #include "tools/lanscout/task/exitstatus.h"
@@ -26,6 +27,14 @@ Problem TooMany() {
     return problem;
 }
 
+std::vector<ListedDevice> Listed(const WatchList& list) {
+    std::vector<ListedDevice> devices;
+    for (const WatchList::Entry& entry : list.Entries()) {
+        devices.push_back({entry.device, entry.lastSeen, entry.gone});
+    }
+    return devices;
+}
+
 class Watch : public Observer {
 public:
     Watch(const WatchTask& task, Surroundings& world, WatchList& list)
@@ -39,6 +48,10 @@ public:
 
     std::optional<int> Run() {
         m_world.service.Ready();
+        if (m_task.publish) {
+            m_publisher.emplace(*m_task.publish,
+                                [this](const Problem& problem) { m_reporter.OnProblem(problem); });
+        }
         bool readAgain = false;
         while (!m_wake.wantsToEnd() && !readAgain) {
             const TimePoint start = m_world.now();
@@ -73,6 +86,13 @@ private:
         SortDevices(report.devices, order);
         for (const DeviceEvent& event : m_list.Take(report)) {
             m_reporter.Tell(event);
+            if (m_publisher) {
+                m_publisher->OnEvent(event);
+            }
+        }
+        m_list.Forget(TimeText(std::time(nullptr) - m_task.forget.count()));
+        if (m_publisher) {
+            m_publisher->EndRound(report, Listed(m_list));
         }
         if (m_list.IsFull()) {
             m_problems.Take(TooMany());
@@ -95,6 +115,9 @@ private:
                 return false;
             }
             m_world.service.Alive();
+            if (m_publisher) {
+                m_publisher->TellProblems();
+            }
             DrawWaiting(left);
             m_world.signals.WaitFor(std::min(left, kTick));
         }
@@ -118,6 +141,7 @@ private:
     Reporter m_reporter;
     LastingProblems m_problems;
     StateFile m_state;
+    std::optional<SitePublisher> m_publisher;
     bool m_searched = false;
 };
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/lanscout/publish/publisher.h"
 #include "tools/lanscout/task/surroundings.h"
 #include "tools/lanscout/task/watchlist.h"
 
@@ -15,6 +16,8 @@ struct WatchTask {
     OutputSettings output;
     std::chrono::seconds interval{30};  // from the beginning of a search to that of the next
     std::string state;                  // a file that keeps the list; empty: none
+    std::optional<PublishSettings> publish;
+    std::chrono::seconds forget{std::chrono::days(30)};  // who is gone for longer is forgotten
 };
 
 // The list that the task's state file has. Throws std::runtime_error when it is none of ours.

@@ -148,6 +148,11 @@ bool WatchList::MakeRoom() {
     return true;
 }
 
+void WatchList::Forget(const std::string& time) {
+    std::erase_if(m_entries,
+                  [&](const Entry& entry) { return entry.gone && entry.lastSeen < time; });
+}
+
 std::vector<Device> WatchList::Devices() const {
     std::vector<Device> devices;
     for (const Entry& entry : m_entries) {

@@ -31,6 +31,9 @@ public:
     // Takes a round's result. A round that is not complete makes nothing go away.
     std::vector<DeviceEvent> Take(const Report& report);
 
+    // Forgets those that are gone and were last seen before that time.
+    void Forget(const std::string& time);
+
     // Those that are there.
     std::vector<Device> Devices() const;
     std::size_t Count() const;
