@@ -45,7 +45,7 @@ bool IsDeviceId(std::string_view id) {
 }
 
 std::string SafeId(std::string_view text) {
-    if (IsDeviceId(text)) {
+    if (text.empty() || IsDeviceId(text)) {
         return std::string(text);
     }
     constexpr std::size_t kNumberLength = 9;

@@ -20,6 +20,7 @@ constexpr int kUsualInterval = 60;
 // What is deeper than any message of ours is none.
 constexpr int kDeepest = 8;
 
+// The object that it is, or else an empty one.
 Json Parse(std::string_view payload) {
     bool tooDeep = false;
     Json json = Json::parse(
@@ -29,7 +30,7 @@ Json Parse(std::string_view payload) {
             return !tooDeep;
         },
         false);
-    return tooDeep || !json.is_object() ? Json() : json;
+    return tooDeep || !json.is_object() ? Json::object() : json;
 }
 
 std::optional<std::int64_t> IntegerAt(const Json& json, const char* name) {

@@ -389,3 +389,74 @@ TEST(Inventory, AddressWithManyIdsIsBounded) {
     list.Settle();
     EXPECT_EQ(list.Devices().size(), Inventory::kMostAtOneAddress + 1);
 }
+
+namespace {
+
+Sighting Published(const std::string& site, const std::string& ip, const std::string& mac,
+                   const std::string& uuid = "") {
+    Sighting sighting = Onvif(ip, mac, uuid, {});
+    sighting.source = SourceId::Sites;
+    sighting.device.site = site;
+    sighting.device.firstSeen = "2026-11-20T08:00:00Z";
+    sighting.device.lastSeen = "2026-11-21T08:00:00Z";
+    sighting.device.seenVia = {{"eth7", "10.0.0.2"}};
+    return sighting;
+}
+
+TEST(Sites, SameAddressAndIdAndMacAddressAtTwoSitesAreTwoDevices) {
+    List list;
+    list.See(Published("berlin", "192.168.1.5", kMac, "urn:uuid:1"));
+    list.See(Published("paris", "192.168.1.5", kMac, "urn:uuid:1"));
+    list.See(Onvif("192.168.1.5", kMac, "urn:uuid:1"));
+    EXPECT_EQ(list.Sorted().size(), 3U);
+    EXPECT_TRUE(list.Conflicts().empty());
+}
+
+TEST(Sites, TwoMachinesAtOneAddressOfTwoSitesShareNothing) {
+    List list;
+    list.See(Published("berlin", "192.168.1.5", kMac));
+    list.See(Published("paris", "192.168.1.5", kOtherMac));
+    for (const Device& device : list.Sorted()) {
+        EXPECT_FALSE(device.sharedAddress) << device.site;
+    }
+    EXPECT_TRUE(list.Conflicts().empty());
+}
+
+TEST(Sites, TwoMachinesAtOneAddressOfOneSiteAreAConflictOfThatSite) {
+    List list;
+    list.See(Published("berlin", "192.168.1.5", kMac));
+    list.See(Published("berlin", "192.168.1.5", kOtherMac));
+    ASSERT_EQ(list.Sorted().size(), 2U);
+    ASSERT_EQ(list.Conflicts().size(), 1U);
+    EXPECT_EQ(list.Conflicts().begin()->site, "berlin");
+}
+
+TEST(Sites, LocalMacAddressIsNotThatOfAnotherSitesDevice) {
+    List list;
+    Sighting neighbour{SourceId::Neighbours, kFirst, {}};
+    neighbour.device.ip = "192.168.1.5";
+    neighbour.device.mac = kOtherMac;
+    list.Add(neighbour, kNow);
+    list.See(Published("berlin", "192.168.1.5", ""));
+    EXPECT_EQ(list.Sorted().front().mac, "");
+}
+
+TEST(Sites, SiteSaysItselfWhenAndHowItSawADevice) {
+    List list;
+    list.See(Published("berlin", "192.168.1.5", kMac));
+    const Device device = list.Sorted().front();
+    EXPECT_EQ(device.firstSeen, "2026-11-20T08:00:00Z");
+    EXPECT_EQ(device.lastSeen, "2026-11-21T08:00:00Z");
+    EXPECT_EQ(device.seenVia, (std::vector<Target>{{"eth7", "10.0.0.2"}}));
+}
+
+TEST(Sites, DeviceIsToldAgainAtItsSiteOnly) {
+    std::vector<Device> before{Published("berlin", "192.168.1.5", kMac).device};
+    std::vector<Device> after{Published("paris", "192.168.1.5", kMac).device,
+                              Published("berlin", "192.168.1.9", kMac).device};
+    const auto partners = MatchDevices(before, after);
+    ASSERT_EQ(partners.size(), 1U);
+    EXPECT_EQ(partners[0], 1U);
+}
+
+}  // namespace
