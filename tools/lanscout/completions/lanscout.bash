@@ -14,7 +14,7 @@ _lanscout() {
     local cur prev names
     local columns="ip port hardware mac maker kind protocols name model page seenVia location serial
         firmware reach sharedAddress otherIps ipv6 uuid udn macMaker claimedMac profiles xaddrs
-        deviceType firstSeen lastSeen"
+        deviceType firstSeen lastSeen site"
     COMPREPLY=()
     cur=${COMP_WORDS[COMP_CWORD]}
     prev=${COMP_WORDS[COMP_CWORD-1]}
@@ -45,13 +45,15 @@ _lanscout() {
         --color)
             COMPREPLY=($(compgen -W "auto always never" -- "$cur"))
             return ;;
-        --html|-c|--compare|--state|--config)
+        --html|--file-sd|-c|--compare|--state|--config|--mqtt-cafile|--mqtt-cert|--mqtt-key|--mqtt-credentials)
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return ;;
     esac
     COMPREPLY=($(compgen -W "--help --version --interface --address --to --ipv4 --ipv6 --timeout
-        --max-time --only --rate --source-port --at-once --table --plain --json --jsonl --csv --html
-        --sort --color --quiet --verbose --no-progress --watch --state --compare --config" -- "$cur"))
+        --max-time --only --rate --source-port --at-once --table --plain --json --jsonl --csv --html --file-sd
+        --sort --color --quiet --verbose --no-progress --watch --state --forget --compare
+        --config --site --mqtt --homeassistant --sites --mqtt-cafile --mqtt-cert --mqtt-key
+        --mqtt-credentials" -- "$cur"))
 }
 complete -F _lanscout lanscout
