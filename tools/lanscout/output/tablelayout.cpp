@@ -13,8 +13,8 @@ constexpr int kGap = 2;
 // Columns up to this rank are in every table. Those of the other two are shown only where devices
 // differ: one interface for all is not worth a column.
 constexpr int kLastInEveryTable = 2;
-constexpr int kFirstWhereTheyDiffer = 10;
-constexpr int kLastWhereTheyDiffer = 11;
+constexpr int kFirstWhereTheyDiffer = 11;
+constexpr int kLastWhereTheyDiffer = 12;
 
 struct Cells {
     const Field* field = nullptr;

@@ -39,6 +39,7 @@ Device Full() {
     device.lastSeen = "2026-11-21T08:15:31Z";
     device.seenVia = {{"eth0", "192.168.1.2"}, {"", "10.0.0.2"}};
     device.firstSeen = "2026-11-21T08:15:30Z";
+    device.site = "berlin";
     return device;
 }
 
