@@ -70,7 +70,7 @@ class Broker:
                 "".join(f"{user}:{PASSWORD}\n" for user in self.users))
             subprocess.run(["mosquitto_passwd", "-U", folder / "passwords"], check=True, timeout=60)
             (folder / "acl").write_text(
-                "pattern write lanscout/%u/#\ntopic write homeassistant/#\n"
+                "pattern write lanscout/%u/#\npattern write homeassistant/#\n"
                 "user reader\ntopic read lanscout/#\ntopic read homeassistant/#\n")
             for user in self.users:
                 self.credentials(user)
