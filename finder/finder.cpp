@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "finder/device/inventory.h"
+#include "finder/foreignsubnets.h"
 #include "finder/machine/clock.h"
 #include "finder/machine/interfaces.h"
 #include "finder/machine/macmakers.h"
@@ -398,6 +399,9 @@ Report Search::Run() {
         }
     }
     Settle(true);
+    for (Problem& problem : ForeignSubnets(m_inventory.Devices())) {
+        Tell(std::move(problem));
+    }
     m_observer.OnProgress(m_inventory.Devices(), {Elapsed(), Expected(), 0});
     for (const Running& one : m_running) {
         if (one.source->work != Work::Macs) {

@@ -112,8 +112,19 @@ def test_camera_of_another_subnet_is_foreign_and_the_way_to_it_is_told(network):
     assert foreign["reach"] == "foreign"
     assert foreign["mac"]
     assert by_address(document)["10.99.0.10"]["reach"] == "local"
+    command = "ip address add 192.168.77.2/24 dev sim0"
+    [asked] = [text for text in texts(document) if "192.168.77.0/24 is on this wire" in text]
+    assert foreign["mac"] in asked
+    assert command in asked
+    [answered] = [text for text in texts(document) if "192.168.77.10 has an address" in text]
+    assert command in answered
+
+
+def test_camera_of_another_subnet_is_told_without_privilege(network):
+    searcher = simulated(network, "--foreign", 1, cameras=2)
+    document = result(searcher, "--only", "onvif", "--timeout", 3, prefix=NO_FRAMES)
+    assert by_address(document)["192.168.77.10"]["reach"] == "foreign"
     [told] = [text for text in texts(document) if "192.168.77.0/24" in text]
-    assert foreign["mac"] in told
     assert "ip address add 192.168.77.2/24 dev sim0" in told
 
 
