@@ -120,3 +120,36 @@ def test_timeline_is_played(network, mode):
             break
         assert time.monotonic() < deadline, state
         time.sleep(0.05)
+
+
+SERVICE = """
+import os, sys, time, urllib.error, urllib.request
+ENVELOPE = ('<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope"><s:Body><x:%s '
+            'xmlns:x="http://www.onvif.org/ver10/device/wsdl"/></s:Body></s:Envelope>')
+
+def ask(operation):
+    try:
+        with urllib.request.urlopen(sys.argv[1], (ENVELOPE % operation).encode(), 5) as answer:
+            return answer.status, answer.read().decode()
+    except urllib.error.HTTPError as error:
+        return error.code, error.read().decode()
+
+assert ask("GetSystemDateAndTime")[0] == 200
+status, text = ask("GetDeviceInformation")
+assert status == 400 and "NotAuthorized" in text, text
+snapshot = urllib.request.urlopen(sys.argv[1].replace("device_service", "snapshot.jpg"), None, 5)
+assert snapshot.read().startswith(bytes((0xFF, 0xD8))), "no JPEG"
+"""
+
+
+@pytest.mark.parametrize("mode, address", [("namespace", "10.99.1.20"), ("loopback", "127.77.1.20")])
+def test_camera_has_a_device_service_at_its_port(network, mode, address):
+    scenario = network.folder / "scenario.json"
+    scenario.write_text(json.dumps({
+        "cameras": [{"name": "Gate", "ip": "10.99.1.20", "port": 8080, "user": "admin",
+                     "password": "secret"}],
+        "upnp": [{"name": "Gate", "ip": "10.99.1.20"}]}))
+    simulator = network.start(program("lanscout-sim"), "--mode", mode, "--scenario", scenario,
+                              "--seconds", 30, "--", "/usr/bin/python3", "-c", SERVICE,
+                              f"http://{address}:8080/onvif/device_service")
+    assert simulator.wait(20) == 0, simulator.output()

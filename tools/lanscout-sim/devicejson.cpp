@@ -23,6 +23,7 @@ using nlohmann::ordered_json;
 constexpr double kLargestPort = 65535;
 constexpr double kLongestDelayMs = 60000;
 constexpr double kMostChannels = 64;
+constexpr double kLargestOffsetSeconds = 4e9;
 constexpr std::size_t kLargestReply = 65507;  // UDP over IPv4
 
 bool IsNcName(std::string_view text) {
@@ -163,6 +164,23 @@ std::string ReplyText(const std::string& reply) {
     return isText ? reply : "base64:" + EncodeBase64(reply);
 }
 
+void ReadService(JsonReader& reader, const DeviceFiles& files, Camera& camera) {
+    reader.Read("user", camera.user);
+    reader.Read("password", camera.password);
+    reader.Read("stream", camera.stream);
+    if (!camera.stream.empty() && !IsUri(camera.stream)) {
+        reader.Fail("stream", fmt::format("\"{}\" is no URI", camera.stream));
+    }
+    std::string folder;
+    reader.Read("service", folder);
+    if (!folder.empty()) {
+        camera.serviceFolder = folder.starts_with('/') ? folder : files.folder + folder;
+    }
+    auto offset = camera.clockOffset.count();
+    reader.ReadNumber("clockOffset", offset, -kLargestOffsetSeconds, kLargestOffsetSeconds);
+    camera.clockOffset = std::chrono::seconds(offset);
+}
+
 void ReadBehaviour(JsonReader& reader, Camera& camera) {
     reader.ReadNumber("shape", camera.shape, 0, ShapeCount() - 1);
     reader.ReadNumber("channels", camera.channels, 0, kMostChannels);
@@ -193,6 +211,7 @@ void ReadCamera(JsonReader& reader, const DeviceFiles& files, Camera& camera) {
     }
     reader.Read("xaddrs", camera.xaddrs);
     reader.Read("scopes", camera.scopes);
+    ReadService(reader, files, camera);
     ReadTypes(reader, camera);
     ReadReply(reader, files, camera);
     ReadBehaviour(reader, camera);
@@ -245,6 +264,18 @@ ordered_json TruthOf(const Camera& camera) {
         {"muted", camera.isMuted}};
     if (camera.delay) {
         truth["delayMs"] = camera.delay->count();
+    }
+    if (!camera.user.empty()) {
+        truth.update({{"user", camera.user}, {"password", camera.password}});
+    }
+    if (!camera.stream.empty()) {
+        truth["stream"] = camera.stream;
+    }
+    if (!camera.serviceFolder.empty()) {
+        truth["service"] = camera.serviceFolder;
+    }
+    if (camera.clockOffset.count() != 0) {
+        truth["clockOffset"] = camera.clockOffset.count();
     }
     if (camera.recordedReply) {
         truth["reply"] = ReplyText(*camera.recordedReply);

@@ -11,7 +11,11 @@ namespace {
 SimulatedHost HostOf(const Camera& camera, const IpAddress& ip) {
     const bool answersArp = !camera.Does(Misbehaviour::NoArp);
     const bool asksArp = answersArp && !camera.Does(Misbehaviour::QuietArp);
-    return {ip, camera.mac, answersArp, asksArp, {kDiscoveryPort}, {}};
+    SimulatedHost host{ip, camera.mac, answersArp, asksArp, {kDiscoveryPort}, {}};
+    if (!ip.IsV6()) {
+        host.tcpPorts.Add(camera.port);  // its device service
+    }
+    return host;
 }
 
 }  // namespace

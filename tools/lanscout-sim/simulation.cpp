@@ -18,6 +18,7 @@
 #include "tools/lanscout-sim/network/peerstack.h"
 #include "tools/lanscout-sim/network/place.h"
 #include "tools/lanscout-sim/network/tapnetwork.h"
+#include "tools/lanscout-sim/onvif/deviceservice.h"
 #include "tools/lanscout-sim/onvif/responder.h"
 #include "tools/lanscout-sim/population.h"
 #include "tools/lanscout-sim/report.h"
@@ -227,9 +228,28 @@ private:
         Populate(kLoopbackNetwork, kLoopbackFirstHost);
         const auto hosts = HostsOf(m_population);
         m_network = std::make_unique<LoopbackNetwork>(hosts, m_capture.get());
+        ListenOnLoopback(hosts);
+    }
+
+    // A camera can be found without its device service, whose port may need rights or be taken.
+    void ListenOnLoopback(const std::vector<SimulatedHost>& hosts) {
         for (const auto& host : hosts) {
             for (const auto port : host.tcpPorts.All()) {
-                m_server->Listen({host.ip, port});
+                try {
+                    m_server->ListenToo({host.ip, port});
+                } catch (const SetupError& error) {
+                    const auto isIt = [&](const UpnpDevice& device) {
+                        return IpAddress(device.ip) == host.ip && device.port == port;
+                    };
+                    if (std::ranges::any_of(m_population.upnpDevices, isIt)) {
+                        throw;
+                    }
+                    if (m_explained.insert("service").second) {
+                        fmt::print(stderr,
+                                   "lanscout-sim: a camera is without its device service: {}\n",
+                                   error.what());
+                    }
+                }
             }
         }
     }
@@ -260,6 +280,8 @@ private:
             UpnpResponderOptions{m_options.seed, m_options.maxDelay, loss, m_options.isLenient},
             m_outbox);
         m_server = std::make_unique<DescriptionServer>(m_population.upnpDevices);
+        m_server->SetOtherServices(
+            [this](const HttpRequest& asked) { return AskCamera(asked); });
     }
 
     // A user namespace has its maker in it and nobody else, under one name.
@@ -272,6 +294,20 @@ private:
                                          m_options.user->name));
         }
         return std::nullopt;
+    }
+
+    std::optional<HttpAnswer> AskCamera(const HttpRequest& request) const {
+        const auto isIt = [&](const Camera& camera) {
+            return camera.isPresent && camera.hasIpv4 && IpAddress(camera.ip) == request.local.ip &&
+                   camera.port == request.local.port;
+        };
+        const auto camera = std::ranges::find_if(m_population.cameras, isIt);
+        if (camera == m_population.cameras.end()) {
+            return std::nullopt;
+        }
+        auto answer = AnswerService(*camera, request.method, request.path, request.body,
+                                    std::chrono::system_clock::now());
+        return HttpAnswer{answer.status, std::move(answer.contentType), std::move(answer.body)};
     }
 
     bool IsTap() const { return m_tapCounts != nullptr; }
@@ -342,11 +378,7 @@ private:
         if (IsTap()) {
             return;  // the stack behind it has the addresses and ports of the start
         }
-        for (const auto& host : hosts) {
-            for (const auto port : host.tcpPorts.All()) {
-                m_server->ListenToo({host.ip, port});
-            }
-        }
+        ListenOnLoopback(hosts);
     }
 
     void Loop() {

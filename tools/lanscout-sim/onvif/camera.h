@@ -42,6 +42,12 @@ struct Camera {
     // What a real device said, with @RELATES@, @UUID@ and @IP@ where this one says its own; null:
     // the reply is made from the fields here.
     std::shared_ptr<const std::string> recordedReply;
+    // Of its device service.
+    std::string user;  // empty: everybody may ask everything
+    std::string password;
+    std::string stream;         // what GetStreamUri says; empty: an address where nobody streams
+    std::string serviceFolder;  // OPERATION.xml in it replaces the reply to OPERATION
+    std::chrono::seconds clockOffset{0};
     std::set<Misbehaviour> misbehaviours;
     std::uint32_t metadataVersion = 1;
     bool isPresent = true;         // else it is not there yet, or any more

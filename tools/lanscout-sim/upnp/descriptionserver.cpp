@@ -20,6 +20,9 @@ namespace {
 
 constexpr int kEventsAtOnce = 64;
 constexpr int kBacklog = 128;
+// A SOAP request of a client is some kilobytes.
+constexpr std::size_t kLargestRequest = 65536;
+constexpr unsigned kTooLarge = 413;  // its name differs between releases
 constexpr std::uint64_t kHugeBytes = 64ULL * 1024 * 1024;
 constexpr std::size_t kBlockBytes = 16384;
 // Small, so that a description comes in several.
@@ -61,6 +64,13 @@ Response InChunks(const std::string& text) {
                                                       FreeString));
 }
 
+Endpoint LocalEndOf(int connection) {
+    sockaddr_in local{};
+    socklen_t size = sizeof local;
+    getsockname(connection, reinterpret_cast<sockaddr*>(&local), &size);
+    return FromSockaddr(local);
+}
+
 struct Answer {
     unsigned status = MHD_HTTP_OK;
     Response response;
@@ -86,18 +96,64 @@ Answer AnswerOf(const UpnpDevice& device, std::string_view path) {
     return {MHD_HTTP_OK, FromText(DescriptionOf(device))};
 }
 
-MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* url, const char*,
-                     const char*, const char*, std::size_t*, void**) {
+// What has come of a request's body.
+struct Upload {
+    std::string body;
+    bool isTooLarge = false;
+};
+
+MHD_Result Queue(MHD_Connection* connection, unsigned status, MHD_Response* response,
+                 const char* contentType) {
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, contentType);
+    return MHD_queue_response(connection, status, response);
+}
+
+MHD_Result AnswerAll(DescriptionServer& server, MHD_Connection* connection, const char* url,
+                     const char* method, const Upload& upload) {
     const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
-    UpnpDevice* device = static_cast<DescriptionServer*>(self)->DeviceAt(info->connect_fd);
+    UpnpDevice* device = server.DeviceAt(info->connect_fd);
+    const bool isOthers = device == nullptr || std::string_view(url).starts_with("/onvif/");
+    const auto other =
+        isOthers ? server.AskOthers({LocalEndOf(info->connect_fd), method, url, upload.body})
+                 : std::nullopt;
+    if (other) {
+        const Response response = FromText(other->body);
+        return Queue(connection, other->status, response.get(), other->contentType.c_str());
+    }
     if (device == nullptr) {
-        return MHD_NO;
+        const Response response = FromText("not found\n");
+        return Queue(connection, MHD_HTTP_NOT_FOUND, response.get(), "text/plain");
     }
     ++device->descriptionsServed;
     const Answer answer = AnswerOf(*device, url);
-    MHD_add_response_header(answer.response.get(), MHD_HTTP_HEADER_CONTENT_TYPE,
-                            "text/xml; charset=\"utf-8\"");
-    return MHD_queue_response(connection, answer.status, answer.response.get());
+    return Queue(connection, answer.status, answer.response.get(), "text/xml; charset=\"utf-8\"");
+}
+
+MHD_Result OnRequest(void* self, MHD_Connection* connection, const char* url, const char* method,
+                     const char*, const char* data, std::size_t* size, void** state) {
+    if (*state == nullptr) {
+        *state = std::make_unique<Upload>().release();
+        return MHD_YES;
+    }
+    auto* upload = static_cast<Upload*>(*state);
+    if (*size > 0) {
+        upload->isTooLarge = upload->isTooLarge || upload->body.size() + *size > kLargestRequest;
+        if (!upload->isTooLarge) {
+            upload->body.append(data, *size);
+        }
+        *size = 0;
+        return MHD_YES;
+    }
+    if (upload->isTooLarge) {
+        const Response response = FromText("too large\n");
+        return Queue(connection, kTooLarge, response.get(), "text/plain");
+    }
+    return AnswerAll(*static_cast<DescriptionServer*>(self), connection, url, method, *upload);
+}
+
+void OnEnd(void*, MHD_Connection*, void** state, MHD_RequestTerminationCode) {
+    const std::unique_ptr<Upload> owned(static_cast<Upload*>(*state));
+    *state = nullptr;
 }
 
 }  // namespace
@@ -106,7 +162,8 @@ DescriptionServer::DescriptionServer(std::deque<UpnpDevice>& devices)
     : m_all(devices),
       m_ready(epoll_create1(EPOLL_CLOEXEC)),
       m_daemon(MHD_start_daemon(MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET, 0, nullptr, nullptr,
-                                OnRequest, this, MHD_OPTION_END)) {
+                                OnRequest, this, MHD_OPTION_NOTIFY_COMPLETED, OnEnd, nullptr,
+                                MHD_OPTION_END)) {
     if (m_daemon == nullptr) {
         throw SetupError("cannot start the HTTP server of the UPnP devices");
     }
@@ -157,11 +214,9 @@ void DescriptionServer::Listen(const Endpoint& at) {
 }
 
 UpnpDevice* DescriptionServer::DeviceAt(int connection) const {
-    sockaddr_in local{};
-    socklen_t size = sizeof local;
-    getsockname(connection, reinterpret_cast<sockaddr*>(&local), &size);
-    const auto found = m_devices.find(FromSockaddr(local).ip.V4());
-    return found == m_devices.end() ? nullptr : found->second;
+    const Endpoint local = LocalEndOf(connection);
+    const auto found = m_devices.find(local.ip.V4());
+    return found == m_devices.end() || found->second->port != local.port ? nullptr : found->second;
 }
 
 std::optional<TimePoint> DescriptionServer::NextDue(TimePoint now) const {
@@ -198,10 +253,10 @@ void DescriptionServer::Accept(int listener) {
     lansim::Descriptor connection(
         accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
     UpnpDevice* device = connection.IsOpen() ? DeviceAt(connection.Get()) : nullptr;
-    if (device == nullptr) {
+    if (!connection.IsOpen()) {
         return;
     }
-    if (!HasRawAnswer(*device)) {
+    if (device == nullptr || !HasRawAnswer(*device)) {
         MHD_add_connection(m_daemon, connection.Release(), reinterpret_cast<sockaddr*>(&peer),
                            size);
         return;

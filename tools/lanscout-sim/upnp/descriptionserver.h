@@ -3,10 +3,13 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/lanscout-sim/network/descriptor.h"
@@ -18,6 +21,23 @@
 struct MHD_Daemon;
 
 namespace lansim {
+
+// A request for something else than a description, at the host's other services.
+struct HttpRequest {
+    Endpoint local;
+    std::string method;
+    std::string path;
+    std::string body;
+};
+
+struct HttpAnswer {
+    unsigned status = 200;
+    std::string contentType;
+    std::string body;
+};
+
+// Nothing: there is no such service.
+using HttpHandler = std::function<std::optional<HttpAnswer>(const HttpRequest&)>;
 
 // Serves the devices' descriptions over HTTP. Which device is asked is told by the local address
 // of the connection. libmicrohttpd answers; only answers that break HTTP are written here.
@@ -37,6 +57,12 @@ public:
     // To be called when a device was added or has another address.
     void NoticeChanges();
 
+    // Who answers what is no UPnP device's.
+    void SetOtherServices(HttpHandler handler) { m_otherServices = std::move(handler); }
+    std::optional<HttpAnswer> AskOthers(const HttpRequest& request) const {
+        return m_otherServices ? m_otherServices(request) : std::nullopt;
+    }
+
     // Becomes readable when Run has something to do; NextDue tells when it has without that.
     int Descriptor() const { return m_ready.Get(); }
     std::optional<TimePoint> NextDue(TimePoint now) const;
@@ -53,6 +79,7 @@ private:
     std::deque<UpnpDevice>& m_all;
     std::map<Ipv4, UpnpDevice*> m_devices;
     std::set<Endpoint> m_endpoints;
+    HttpHandler m_otherServices;
     lansim::Descriptor m_ready;
     std::map<int, lansim::Descriptor> m_listeners;
     std::map<int, RawAnswer> m_rawAnswers;
