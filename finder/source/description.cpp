@@ -1,41 +1,19 @@
 #include "finder/source/description.h"
 
-#include <arpa/inet.h>
-#include <libxml/uri.h>
-#include <strings.h>
-
 #include <algorithm>
 #include <cctype>
-#include <memory>
 
+#include "finder/text/addresstext.h"
 #include "finder/text/safetext.h"
 #include "finder/text/untrustedxml.h"
+#include "finder/text/url.h"
 
 namespace Lanscout {
 namespace {
 
-struct FreeUri {
-    void operator()(xmlURI* uri) const { xmlFreeURI(uri); }
-};
-using Uri = std::unique_ptr<xmlURI, FreeUri>;
-
-struct FreeXmlText {
-    void operator()(xmlChar* text) const { xmlFree(text); }
-};
-
-bool IsIpv4(const char* text) {
-    in_addr address{};
-    return inet_pton(AF_INET, text, &address) == 1;
-}
-
-bool IsHttp(const char* scheme) {
-    return scheme != nullptr &&
-           (strcasecmp(scheme, "http") == 0 || strcasecmp(scheme, "https") == 0);
-}
-
-const xmlChar* XmlText(const std::string& text) {
-    return reinterpret_cast<const xmlChar*>(text.c_str());
-}
+// Real descriptions have a few kilobytes. libxml2 compares the attributes of an element each with
+// each, so that a longer one could keep a search busy.
+constexpr std::size_t kLongestDescriptionBytes = std::size_t{64} * 1024;
 
 std::string Lower(std::string_view text) {
     std::string lower(text);
@@ -62,7 +40,11 @@ void ReadDevice(const xmlNode* element, const std::string& base, Device& device)
     device.model = TextOf(ChildNamed(element, "modelName"));
     device.deviceType = TextOf(ChildNamed(element, "deviceType"));
     device.udn = TextOf(ChildNamed(element, "UDN"));
+    device.serial = TextOf(ChildNamed(element, "serialNumber"));
     device.kind = KindOfDeviceType(device.deviceType);
+    if (device.kind == Kind::Unknown) {
+        device.kind = KindOfModelDescription(TextOf(ChildNamed(element, "modelDescription")));
+    }
     device.page = ResolvePage(TextOf(ChildNamed(element, "presentationURL")), base);
 }
 
@@ -81,41 +63,40 @@ Kind KindOfDeviceType(std::string_view deviceType) {
                : Kind::Unknown;
 }
 
+Kind KindOfModelDescription(std::string_view text) {
+    const std::string words = Lower(text);
+    const auto network = words.find("network");
+    const bool camera =
+        words.find("ip camera") != std::string::npos ||
+        (network != std::string::npos && words.find("camera", network) != std::string::npos);
+    return camera ? Kind::Camera : Kind::Unknown;
+}
+
 std::string ResolvePage(const std::string& reference, const std::string& base) {
     if (reference.empty()) {
         return {};
     }
-    const std::unique_ptr<xmlChar, FreeXmlText> absolute(
-        xmlBuildURI(XmlText(reference), XmlText(base)));
-    if (!absolute) {
+    const std::optional<Url> url = ResolveUrl(reference, base);
+    if (!url || url->text.size() > kLongestKeptBytes) {
         return {};
     }
-    std::string url = reinterpret_cast<const char*>(absolute.get());
-    const Uri parts(xmlParseURI(url.c_str()));
-    if (!parts || !IsHttp(parts->scheme) || parts->server == nullptr || *parts->server == '\0' ||
-        parts->user != nullptr || url.size() > kLongestKeptBytes) {
-        return {};
-    }
-    // A scheme's canonical form is lower case (RFC 3986, 3.1), and what a page's address begins
-    // with is looked at elsewhere.
-    const std::string scheme = Lower(parts->scheme);
-    url.replace(0, scheme.size(), scheme);
-    const bool plain = std::all_of(url.begin(), url.end(), [](unsigned char c) {
+    const bool plain = std::all_of(url->text.begin(), url->text.end(), [](unsigned char c) {
         return c > 0x20 && c < 0x7F && c != '"' && c != '<' && c != '>' && c != '\\' && c != '`';
     });
-    return plain ? url : std::string();
+    return plain ? url->text : std::string();
 }
 
 std::optional<Device> ReadDescription(std::string_view xml, const std::string& location) {
-    const Uri url(xmlParseURI(location.c_str()));
-    if (!url || url->server == nullptr || !IsIpv4(url->server)) {
+    const std::optional<Url> url = ReadUrl(location);
+    if (!url || !IsIpv4Text(url->host)) {
         return std::nullopt;
     }
     Device device;
     device.protocols.upnp = true;
-    device.ip = url->server;
+    device.ip = url->host;
     device.descriptionUrl = ToKeptText(location);
-    if (const XmlDoc doc = ReadUntrustedXml(xml)) {
+    const bool readable = xml.size() <= kLongestDescriptionBytes;
+    if (const XmlDoc doc = readable ? ReadUntrustedXml(xml) : nullptr) {
         const xmlNode* const root = xmlDocGetRootElement(doc.get());
         const std::string urlBase = TextOf(ChildNamed(root, "URLBase"));
         ReadDevice(ChildNamed(root, "device"), urlBase.empty() ? location : urlBase, device);

@@ -16,6 +16,10 @@ std::optional<Device> ReadDescription(std::string_view xml, const std::string& l
 // The kind that a device type names, such as "urn:schemas-upnp-org:device:MediaServer:1".
 Kind KindOfDeviceType(std::string_view deviceType);
 
+// The kind that words such as "Network Dome Camera" or "IP Camera" tell; a "Digital Camera" takes
+// pictures elsewhere.
+Kind KindOfModelDescription(std::string_view text);
+
 // `reference` made absolute with `base`; empty unless that gives an http or https URL with a host,
 // without user name, control characters or spaces.
 std::string ResolvePage(const std::string& reference, const std::string& base);

@@ -2,30 +2,23 @@
 
 #include <arpa/inet.h>
 #include <fmt/core.h>
-#include <libxml/uri.h>
-#include <strings.h>
 
 #include <algorithm>
 #include <cctype>
-#include <memory>
 
 #include "finder/text/addresstext.h"
+#include "finder/text/url.h"
 
 namespace Lanscout {
 namespace {
 
 constexpr int kHttpPort = 80;
 constexpr int kHttpsPort = 443;
-constexpr int kLargestPort = 65535;
 constexpr std::size_t kLongestHost = 255;  // RFC 1035, 2.3.4
 
 constexpr Subnet kLinkLocal{0xA9FE0000, 0xFFFF0000};  // RFC 3927: 169.254.0.0/16
 constexpr Subnet kLoopback{0x7F000000, 0xFF000000};
 constexpr Subnet kThisNetwork{0, 0xFF000000};  // RFC 1122: 0.0.0.0/8
-
-struct FreeUri {
-    void operator()(xmlURI* uri) const { xmlFreeURI(uri); }
-};
 
 // A page's address is shown and may be opened: nothing in it that means something elsewhere.
 bool IsPlainHost(const std::string& host) {
@@ -81,18 +74,11 @@ int RankOf(const ServiceAddress& address, const ReplySender& sender) {
 }  // namespace
 
 std::optional<ServiceAddress> ReadServiceAddress(const std::string& xaddr) {
-    const std::unique_ptr<xmlURI, FreeUri> uri(xmlParseURI(xaddr.c_str()));
-    if (!uri || uri->scheme == nullptr || uri->server == nullptr || uri->user != nullptr) {
+    const std::optional<Url> url = ReadUrl(xaddr);
+    if (!url || !IsPlainHost(url->host)) {
         return std::nullopt;
     }
-    const bool secure = strcasecmp(uri->scheme, "https") == 0;
-    const int port = uri->port > 0 ? uri->port : secure ? kHttpsPort : kHttpPort;
-    ServiceAddress address{secure, uri->server, port};
-    if ((!secure && strcasecmp(uri->scheme, "http") != 0) || port > kLargestPort ||
-        !IsPlainHost(address.host)) {
-        return std::nullopt;
-    }
-    return address;
+    return ServiceAddress{url->secure, url->host, url->port};
 }
 
 std::optional<ServiceAddress> BestServiceAddress(const std::vector<std::string>& xaddrs,

@@ -105,6 +105,8 @@ TEST(Description, LocationThatNamesNoAddressIsNoDevice) {
     EXPECT_FALSE(ReadDescription(Document(""), "http://camera.local/d.xml"));
     EXPECT_FALSE(ReadDescription(Document(""), "http://[fe80::1]/d.xml"));
     EXPECT_FALSE(ReadDescription(Document(""), "garbage"));
+    EXPECT_FALSE(ReadDescription(Document(""), "http://3232235796/d.xml"));
+    EXPECT_FALSE(ReadDescription(Document(""), "http://user@192.168.1.20/d.xml"));
 }
 
 TEST(ResolvePage, AbsoluteAddressStays) {
@@ -140,6 +142,33 @@ TEST(ResolvePage, MarkupAndControlsAreDropped) {
 TEST(ResolvePage, NothingGivesNothing) {
     EXPECT_EQ(ResolvePage("", kLocation), "");
     EXPECT_EQ(ResolvePage("http://", kLocation), "");
+}
+
+TEST(Description, DocumentOfMoreThan64KiBIsNotRead) {
+    const auto named = [](std::size_t padding) {
+        return Read(Document("<friendlyName>Attic</friendlyName><x>" + std::string(padding, 'a') +
+                             "</x>"))
+            .name;
+    };
+    EXPECT_EQ(named(std::size_t{60} * 1024), "Attic");
+    EXPECT_EQ(named(std::size_t{64} * 1024), "");
+}
+
+TEST(Description, SerialNumberIsKept) {
+    EXPECT_EQ(Read(Document("<serialNumber>S-1</serialNumber>")).serial, "S-1");
+}
+
+TEST(Description, WordsOfTheModelTellACameraWhereTheTypeSaysNothing) {
+    const auto kind = [](const char* type, const char* words) {
+        return Read(Document(std::string("<deviceType>urn:schemas-upnp-org:device:") + type +
+                             ":1</deviceType><modelDescription>" + words + "</modelDescription>"))
+            .kind;
+    };
+    EXPECT_EQ(kind("Basic", "Network Fixed Dome CAMERA"), Kind::Camera);
+    EXPECT_EQ(kind("Basic", "HD IP camera"), Kind::Camera);
+    EXPECT_EQ(kind("Basic", "Digital Camera"), Kind::Unknown);
+    EXPECT_EQ(kind("Basic", "Camera of the network"), Kind::Unknown);
+    EXPECT_EQ(kind("Printer", "Network camera printer"), Kind::Other);
 }
 
 TEST(KindOfDeviceType, CameraTypesAreCameras) {
