@@ -1,4 +1,4 @@
-// The source of what other lanscouts publish (tools/lanscout/publish).
+// The source `sites`: what other lanscouts publish (tools/lanscout/publish).
 #pragma once
 
 #include "finder/source/source.h"
