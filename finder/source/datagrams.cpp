@@ -79,6 +79,12 @@ OpenedSocket OpenSocketAnywhere(int port, int bufferBytes) {
     return OpenBound(Ipv4Endpoint(INADDR_ANY, port), bufferBytes);
 }
 
+int BufferBytesOf(int fd) {
+    int bytes = 0;
+    socklen_t length = sizeof bytes;
+    return getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, &length) == 0 ? bytes : 0;
+}
+
 Endpoint Ipv4Endpoint(std::uint32_t address, int port) {
     sockaddr_in endpoint{};
     endpoint.sin_family = AF_INET;

@@ -31,6 +31,9 @@ OpenedSocket OpenIpv6SocketAt(const std::string& address, unsigned int interface
 // Bound to none: the kernel chooses the way for each datagram.
 OpenedSocket OpenSocketAnywhere(int port, int bufferBytes);
 
+// What the socket's buffer can hold, as the kernel counts.
+int BufferBytesOf(int fd);
+
 // Where a datagram goes.
 struct Endpoint {
     sockaddr_storage address{};

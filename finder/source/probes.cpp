@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -39,6 +40,11 @@ constexpr std::size_t kMostWaitingBytes = std::size_t{8} * 1024 * 1024;
 constexpr int kReadAtOnce = 16;                         // before the sockets are looked at again
 constexpr std::chrono::milliseconds kLastReplies{200};  // what waits to be read when time is over
 
+// Replies that come one after the other are taken together where the buffers have room for what
+// comes meanwhile, even for a thousand at once: waking up for each costs more than reading it.
+constexpr std::chrono::milliseconds kGather{4};
+constexpr int kRoomyBufferBytes = 4 * 1024 * 1024;
+
 // A reply that has not been read.
 struct Waiting {
     std::size_t post;
@@ -58,6 +64,7 @@ private:
     void SendToSingle(const UnicastPlan::Due& due);
     void SendToNeighbour(const NeighbourAsker::Due& due);
     Clock::time_point NextSend() const;
+    void Gather() const;
     void Receive(int timeoutMilliseconds);
     void Keep(std::size_t post, const Correspondent& sender, std::string_view text);
     void ReadNeighbours();
@@ -84,6 +91,8 @@ private:
     ReplyMemory m_memory;
     std::deque<Waiting> m_waiting;
     std::size_t m_waitingBytes = 0;
+    bool m_roomy = false;  // the buffers
+    Clock::time_point m_lastRead{};
 };
 
 std::size_t GroupCount(const std::vector<ProbePost>& posts) {
@@ -112,6 +121,9 @@ Prober::Prober(const Job& job, Sender& sender)
     for (const ProbePost& post : m_posts) {
         m_polled.push_back({post.socket.Fd(), POLLIN, 0});
     }
+    m_roomy = std::all_of(m_posts.begin(), m_posts.end(), [](const ProbePost& post) {
+        return BufferBytesOf(post.socket.Fd()) >= kRoomyBufferBytes;
+    });
     try {
         m_neighbours.emplace();
         m_polled.push_back({m_neighbours->Fd(), POLLIN, 0});
@@ -123,6 +135,7 @@ Prober::Prober(const Job& job, Sender& sender)
 void Prober::Run() {
     for (auto now = Clock::now(); now < m_end; now = Clock::now()) {
         SendDue();
+        Gather();
         const auto wait = std::chrono::ceil<std::chrono::milliseconds>(std::min(NextSend(), m_end) -
                                                                        Clock::now());
         Receive(m_waiting.empty() ? std::max(static_cast<int>(wait.count()), 0) : 0);
@@ -139,6 +152,12 @@ void Prober::Run() {
 
 Clock::time_point Prober::NextSend() const {
     return std::min({m_schedule.Next(), m_plan.Next(), m_asker.Next()});
+}
+
+void Prober::Gather() const {
+    if (m_roomy && m_waiting.empty()) {
+        std::this_thread::sleep_until(std::min(m_lastRead + kGather, m_end));
+    }
 }
 
 void Prober::SendDue() {
@@ -186,6 +205,7 @@ void Prober::Receive(int timeoutMilliseconds) {
     }
     for (std::size_t post = 0; post < m_posts.size(); ++post) {
         if (m_polled[post].revents != 0 && m_waitingBytes < kMostWaitingBytes) {
+            m_lastRead = Clock::now();
             m_reader.Read(m_polled[post].fd, kMostAtOnce,
                           [&](const Correspondent& sender, std::string_view text) {
                               Keep(post, sender, text);
