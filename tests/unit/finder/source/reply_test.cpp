@@ -161,6 +161,14 @@ TEST(Reply, LongestDatagramIsRead) {
     EXPECT_FALSE(ReadReply(reply + " "));
 }
 
+TEST(Reply, AnyWhiteSpaceEndsAnEntry) {
+    for (const char* space : {" ", "\t", "\n", "\r\n", " \t\n "}) {
+        EXPECT_THAT(
+            OnlyMatch(Reply(Match("<d:Scopes>a" + std::string(space) + "b</d:Scopes>"))).scopes,
+            ElementsAre("a", "b"));
+    }
+}
+
 TEST(Reply, ListsLongerThanAKeptTextAreWhole) {
     std::string scopes;
     for (int i = 0; i < 40; ++i) {

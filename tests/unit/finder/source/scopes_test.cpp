@@ -109,13 +109,18 @@ TEST(Scopes, WhatIsNoMacIsNoneClaimed) {
     for (const char* text :
          {"", "00:1B:FF:01:02", "00:1B:FF:01:02:03:04", "00:1B-FF:01:02:03", "001BFF01020",
           "001BFF0102034", "0:01BFF010203", "001BFF01020G", "00:00:00:00:00:00", "ffffffffffff",
-          "00:1B:FF:01:02:0303", "00:1B:FF:01:02:", "001B:FF01:0203"}) {
+          "00:1B:FF:01:02:0303", "00:1B:FF:01:02:03:", "00:1B:FF:01:02:", "001B:FF01:0203"}) {
         EXPECT_EQ(MacFrom(text), "") << text;
     }
 }
 
 TEST(Scopes, BadClaimDoesNotHideALaterOne) {
     EXPECT_EQ(ReadScopes({Onvif("mac/none"), Onvif("MAC/001bff010203")}).claimedMac,
+              "00:1B:FF:01:02:03");
+}
+
+TEST(Scopes, FirstClaimCounts) {
+    EXPECT_EQ(ReadScopes({Onvif("mac/001bff010203"), Onvif("MAC/001bff010204")}).claimedMac,
               "00:1B:FF:01:02:03");
 }
 
