@@ -89,7 +89,7 @@ TEST(SimHosts, CameraAndItsOtherSideAreOneHostWithBothPorts) {
     const auto hosts = HostsOf(CameraWithOtherSide());
     ASSERT_THAT(hosts, SizeIs(1));
     EXPECT_THAT(Listed(hosts[0].udpPorts), UnorderedElementsAre(1900, 3702));
-    EXPECT_THAT(Listed(hosts[0].tcpPorts), ElementsAre(49152));
+    EXPECT_THAT(Listed(hosts[0].tcpPorts), ElementsAre(8080, 49152)) << "the service, too";
     EXPECT_TRUE(hosts[0].answersArp);
     EXPECT_FALSE(hosts[0].asksArp);
 }
