@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -110,11 +111,20 @@ void ReadIdentity(JsonReader& reader, Device& device) {
 
 std::string FileText(const JsonReader& reader, const DeviceFiles& files, const std::string& name) {
     const std::string path = name.starts_with('/') ? name : files.folder + name;
+    std::error_code error;
+    const bool isThere = std::filesystem::exists(path, error);
+    // A device file or a pipe may have no end.
+    if (isThere && !std::filesystem::is_regular_file(path, error)) {
+        reader.Fail("reply", fmt::format("{} is no file with a reply", path));
+    }
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         reader.Fail("reply", fmt::format("cannot open {}: {}", path, std::strerror(errno)));
     }
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::string text(kLargestReply + 1, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    return text;
 }
 
 // The reply itself, or the name of a file that has it.

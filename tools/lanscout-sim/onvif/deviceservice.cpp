@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
@@ -221,15 +222,14 @@ std::optional<std::string> Override(const Camera& camera, const std::string& ope
     if (camera.serviceFolder.empty() || operation.empty() || !isPlain) {
         return std::nullopt;
     }
-    std::ifstream file(camera.serviceFolder + "/" + operation + ".xml", std::ios::binary);
-    if (!file) {
+    const std::string path = camera.serviceFolder + "/" + operation + ".xml";
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error) ||
+        std::filesystem::file_size(path, error) > kLargestOverride) {
         return std::nullopt;
     }
-    std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (text.size() > kLargestOverride) {
-        return std::nullopt;
-    }
-    return text;
+    std::ifstream file(path, std::ios::binary);
+    return std::string{std::istreambuf_iterator<char>(file), {}};
 }
 
 ServiceAnswer AnswerOperation(const Camera& camera, const std::string& body, WallTime now) {

@@ -98,6 +98,7 @@ TEST(SimScenario, MistakesInACameraAreNamedWithTheMembersPath) {
         {R"("foreign": 1)", "foreign: 1 is neither true nor false"},
         {R"("name": "a", "name": "b")", "\"name\" is there twice"},
         {R"("reply": "/nowhere/x.xml")", "reply: cannot open /nowhere/x.xml: No such file"},
+        {R"("reply": "/dev/zero")", "reply: /dev/zero is no file"},
         {R"("reply": "base64:?")", "reply: what follows base64: is not that"},
         {R"("reply": "base64:")", "reply: has 0 bytes"},
     };
