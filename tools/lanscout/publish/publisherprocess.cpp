@@ -198,10 +198,10 @@ void Publisher::Pause(milliseconds time) const {
 }
 
 void Publisher::Talk() {
-    while (!m_ending) {
+    do {  // a watch that ends at once has something to say too
         TalkOnce();
         Pause(m_backoff.Next());
-    }
+    } while (!m_ending);
 }
 
 // Takes what the watch writes, at once whatever the broker does, so that the watch never waits.
