@@ -84,6 +84,7 @@ struct FakeWorld {
     int writes = 0;
     std::deque<Report> rounds;  // what the searches find; after the last one the user has enough
     std::vector<Request> requests;
+    std::vector<std::pair<int, std::string>> logLines;  // of each search
     std::chrono::seconds searchTakes{5};
     std::function<void()> onSearch;                 // when the devices have been drawn
     std::vector<std::vector<std::string>> rereads;  // arguments after each hangup
@@ -156,6 +157,9 @@ struct FakeWorld {
         }
         for (const Problem& problem : report.problems) {
             observer.OnProblem(problem);
+        }
+        for (const auto& [level, line] : logLines) {
+            observer.OnLogLine(level, line);
         }
         std::size_t number = 0;
         for (const Device& device : report.devices) {

@@ -167,6 +167,18 @@ TEST(SearchTask, PageThatCannotBeWrittenAfterTheSearchIsStatusThree) {
     EXPECT_THAT(filling.terminal.output, StartsWith("10.0.0.1\t")) << "the other result is there";
 }
 
+TEST(SearchTask, LogLinesAreShownByLevelAndMadeSafe) {
+    const auto said = [](const std::vector<std::string>& arguments) {
+        FakeWorld world = WorldWithOne();
+        world.logLines = {{3, "failure\x1b[2J"}, {4, "detail"}};
+        world.Run(arguments);
+        return world.terminal.words;
+    };
+    EXPECT_EQ(said({}), "");
+    EXPECT_EQ(said({"-v"}), "failure\\x1b[2J\n");
+    EXPECT_EQ(said({"-vv"}), "failure\\x1b[2J\ndetail\n");
+}
+
 TEST(SearchTask, InterruptedSearchSaysSo) {
     FakeWorld world = WorldWith({RoundWith({DeviceAt("10.0.0.1")}, "T", Outcome::Interrupted)});
     EXPECT_EQ(world.Run({"--table"}), 0);

@@ -73,6 +73,13 @@ TEST(Table, WidthIsUsedToTheLastColumn) {
         << "no text is cut below its least width";
 }
 
+TEST(Table, LongTextIsCutAlsoWhereThereIsRoom) {
+    Device device = Camera();
+    device.hardware = std::string(40, 'm');
+    EXPECT_THAT(Lines({device}, {})[1], HasSubstr(std::string(31, 'm') + "…"));
+    EXPECT_THAT(Lines({device}, {})[1], Not(HasSubstr(std::string(32, 'm'))));
+}
+
 TEST(Table, ColumnsGoByTheirRank) {
     Device device = Camera();
     device.name = "Main Gate";
