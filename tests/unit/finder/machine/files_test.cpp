@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <functional>
 #include <stdexcept>
 #include <thread>
@@ -28,6 +29,7 @@ int syncError = 0;
 int renameError = 0;
 std::size_t longestWrite = SIZE_MAX;
 std::size_t randomCalls = 0;
+bool isRandomZero = false;
 
 struct Failing {
     Failing(int& error, int value) : m_error(error) { m_error = value; }
@@ -85,6 +87,10 @@ int __wrap_renameat(int fromFolder, const char* from, int toFolder, const char* 
 ssize_t __real_getrandom(void* bytes, size_t count, unsigned int flags);
 ssize_t __wrap_getrandom(void* bytes, size_t count, unsigned int flags) {
     ++randomCalls;
+    if (isRandomZero) {
+        std::memset(bytes, 0, count);
+        return static_cast<ssize_t>(count);
+    }
     return __real_getrandom(bytes, count, flags);
 }
 }
@@ -167,6 +173,24 @@ TEST(WriteWholeFile, DraftsNameIsDrawnEachTime) {
     WriteWholeFile(folder.Path() / "page", "text");
     WriteWholeFile(folder.Path() / "page", "text");
     EXPECT_EQ(randomCalls, 2U);
+}
+
+TEST(WriteWholeFile, LinkInTheDraftsPlaceIsNotFollowed) {
+    const ScratchFolder folder;
+    const fs::path victim = folder.Write("victim", "precious");
+    for (const char* target : {"victim", "none"}) {
+        const fs::path draft = folder.Path() / ".lanscout-0000000000000000";
+        fs::create_symlink(target, draft);
+        isRandomZero = true;
+        const std::string failure =
+            FailureOf([&] { WriteWholeFile(folder.Path() / "page", "text"); });
+        isRandomZero = false;
+        EXPECT_THAT(failure, HasSubstr("File exists")) << target;
+        EXPECT_TRUE(fs::is_symlink(draft));
+        fs::remove(draft);
+    }
+    EXPECT_EQ(ReadWholeFile(victim), "precious");
+    EXPECT_EQ(FilesIn(folder.Path()), 1U);
 }
 
 TEST(WriteWholeFile, PiecesAreWrittenToTheEnd) {

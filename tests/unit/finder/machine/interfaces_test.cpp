@@ -153,6 +153,7 @@ TEST(ChooseTargets, ContainerBehindABridgeIsToldBothWaysOut) {
     EXPECT_THAT(ProblemText(choice.problems[0]), HasSubstr("--network host"));
     EXPECT_THAT(ProblemText(choice.problems[0]), HasSubstr("--to 192.168.1.0/24"));
     EXPECT_THAT(ChooseTargets({bridged, kMachine[4]}, {}, {}).problems, IsEmpty());
+    EXPECT_THAT(ChooseTargets({kMachine[4], bridged}, {}, {}).problems, IsEmpty());
 }
 
 TEST(ChooseTargets, AddressOnTwoInterfacesIsSearchedOnceAndSaid) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cerrno>
 #include <map>
 
@@ -144,6 +145,16 @@ TEST(MacMakers, UnassignedAndChosenAddressesHaveNoMaker) {
     EXPECT_EQ(makers.MakerOf("02:1B:FF:01:02:03"), "");
     EXPECT_EQ(makers.MakerOf(""), "");
     EXPECT_EQ(makers.MakerOf("00:1B"), "");
+}
+
+TEST(MacMakers, EveryAddressThatSoftwareChoseHasNoMaker) {
+    for (const char digit : std::string("2367abefABEF")) {
+        const std::string start = std::string("0") + digit;
+        const std::string name =
+            "OUI:0" + std::string(1, static_cast<char>(std::toupper(digit))) + "1BFF010203";
+        const Database database(name.c_str(), "Nobody");
+        EXPECT_EQ(MacMakers("/none").MakerOf(start + ":1B:FF:01:02:03"), "") << start;
+    }
 }
 
 TEST(MacMakers, MissingListsAreNoError) {

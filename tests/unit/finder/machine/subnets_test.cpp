@@ -60,6 +60,15 @@ TEST(IsInSubnetOf, Ipv6PrefixDecidesWithAndWithoutZone) {
     EXPECT_FALSE(IsInSubnetOf(Machine(), "eth1", "fe80::1234"));
 }
 
+TEST(IsInSubnetOf, LongestPrefixMeansTheAddressItself) {
+    std::vector<LocalAddress> machine{Local("eth0", "192.168.1.2", 32)};
+    machine[0].ipv6 = {{"2001:db8::1", 128, false}};
+    EXPECT_TRUE(IsInSubnetOf(machine, "eth0", "192.168.1.2"));
+    EXPECT_FALSE(IsInSubnetOf(machine, "eth0", "192.168.1.3"));
+    EXPECT_TRUE(IsInSubnetOf(machine, "eth0", "2001:db8::1"));
+    EXPECT_FALSE(IsInSubnetOf(machine, "eth0", "2001:db8::2"));
+}
+
 TEST(IsInSubnetOf, WhatIsNoAddressIsInNone) {
     for (const char* text : {"", "eth0", "192.168.1", "192.168.1.2.3", "fe80::%eth0%x"}) {
         EXPECT_FALSE(IsInSubnetOf(Machine(), "eth1", text)) << text;

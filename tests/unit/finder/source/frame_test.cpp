@@ -105,6 +105,13 @@ TEST(ReadFrame, PaddingIsNoPayload) {
     EXPECT_EQ(ReadDatagram(bytes)->payload, "x");
 }
 
+TEST(ReadFrame, PaddingIsNoPayloadOfAFragmentEither) {
+    const std::string bytes =
+        Ipv4Frame(Udp("the whole payload").substr(0, 8 + 3), {.fragment = "\x20\0"s}) +
+        std::string(17, 'p');
+    EXPECT_EQ(ReadDatagram(bytes)->payload, "the");
+}
+
 TEST(ReadFrame, OptionsAreSteppedOver) {
     const std::string bytes = Ipv4Frame(Udp("payload"), {.options = std::string(8, '\1')});
     EXPECT_EQ(ReadDatagram(bytes)->payload, "payload");
