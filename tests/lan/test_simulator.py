@@ -138,6 +138,20 @@ def test_cameras_on_ipv6_alone_are_asked_one_by_one_and_echo(network):
             answer = echo.recv(1000)
 
 
+def test_camera_without_arp_is_heard_and_cannot_be_asked(network):
+    simulator = network.simulator("--ipv6", "also", "--misbehave", "no-arp=100%", cameras=1)
+    with prober(simulator) as searcher, prober6(simulator) as searcher6:
+        searcher.ask()
+        searcher6.ask(GROUP6)
+        assert len(searcher.replies(1)) == 1
+        assert len(searcher6.replies(1)) == 1
+        searcher.ask("10.99.0.10")
+        searcher6.ask("fe80::4c:aff:fe63:a")
+        assert searcher.replies(1, seconds=0.7) == []
+        assert searcher6.replies(1, seconds=0.1) == []
+    assert "lladdr" not in simulator.namespace.neighbours("sim0")["10.99.0.10"]
+
+
 def test_quiet_camera_on_ipv6_does_not_ask(network):
     simulator = network.simulator("--ipv6", "only", "--misbehave", "quiet-arp=100%", cameras=2)
     with prober6(simulator) as searcher:
