@@ -12,11 +12,8 @@ void Outbox::Add(TimePoint due, Outgoing outgoing) {
         ++m_counts.lost;
         return;
     }
-    Put({due, m_nextOrder++, std::make_unique<Outgoing>(std::move(outgoing))});
-}
-
-void Outbox::Put(Entry entry) {
-    m_waiting.push_back(std::move(entry));
+    auto kept = std::make_unique<Outgoing>(std::move(outgoing));
+    m_waiting.push_back({due, m_nextOrder++, std::move(kept)});
     std::push_heap(m_waiting.begin(), m_waiting.end(), std::greater<>());
 }
 
@@ -48,7 +45,8 @@ void Outbox::Deliver(Entry entry, TimePoint now, Network& network) {
         case SendResult::TryAgain:
             ++m_counts.repeated;
             entry.due = now + kRetryPause;
-            Put(std::move(entry));
+            m_waiting.push_back(std::move(entry));
+            std::push_heap(m_waiting.begin(), m_waiting.end(), std::greater<>());
             return;
         case SendResult::Failed:
             ++m_counts.failed;

@@ -55,7 +55,6 @@ private:
         }
     };
 
-    void Put(Entry entry);
     void Deliver(Entry entry, TimePoint now, Network& network);
 
     std::uint64_t m_seed;
