@@ -76,6 +76,20 @@ TEST(NeighbourAsker, FullTableIsNotOverfilled) {
     EXPECT_TRUE(AskedWithin(asker, 6s).empty());
 }
 
+TEST(NeighbourAsker, WhoWasAskedAndIsKnownTakesOneEntry) {
+    NeighbourAsker asker(kStart, 50);
+    for (int i = 0; i < 60; ++i) {
+        asker.NoteHeard(0, Address(i));
+    }
+    for (const std::string& address : AskedWithin(asker, 3s)) {
+        asker.NoteKnown(address);
+    }
+    for (int i = 60; i < 90; ++i) {
+        asker.NoteHeard(0, Address(i));
+    }
+    EXPECT_EQ(AskedWithin(asker, 6s).size(), 30U);
+}
+
 TEST(NeighbourAsker, ItIsSlowerWhereTheKernelCleansUp) {
     NeighbourAsker few(kStart, 512);
     NeighbourAsker many(kStart, 512);

@@ -95,6 +95,15 @@ TEST(ProbeSchedule, LateCallIsMadeUpForWithoutABurst) {
     EXPECT_GE(schedule.Next(), kStart + 3050ms);
 }
 
+TEST(ProbeSchedule, LateRoundDoesNotPutOffTheNextOnes) {
+    ProbeSchedule schedule(1, kStart);
+    while (schedule.Take(kStart + 40ms)) {
+    }
+    while (schedule.Take(kStart + 1s)) {
+    }
+    EXPECT_EQ(schedule.Next(), kStart + 2s);
+}
+
 TEST(ProbeSchedule, WithoutTargetsNothingIsEverDue) {
     ProbeSchedule schedule(0, kStart);
     EXPECT_FALSE(schedule.Take(kStart + 1h));
