@@ -28,7 +28,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kTick{100};
+constexpr milliseconds kTick{50};
 
 // A source ends by itself when the request's time is over. What still runs then waits for an answer
 // that does not come.
@@ -36,6 +36,7 @@ constexpr milliseconds kLastAnswers{450};
 
 // Working out who is who takes at most this share of the time, whatever a flood makes of the list.
 constexpr int kSettleShare = 10;
+constexpr milliseconds kShortSettle{30};  // what a large network takes without a flood
 
 // Asks single addresses, or a broker: from no address of ours in particular.
 bool SearchesFromNowhere(const Source& source, const Request& request) {
@@ -359,7 +360,7 @@ void Search::Settle(bool all) {
     }
     TellConflicts();
     const auto end = Clock::now();
-    m_nextSettle = end + (end - start) * kSettleShare;
+    m_nextSettle = end - start < kShortSettle ? end : end + (end - start) * kSettleShare;
 }
 
 void Search::Step() {
