@@ -43,10 +43,9 @@ def test_same_network_is_the_same(network):
     assert "The same as before" in done.stderr
 
 
-def test_missing_new_and_changed_are_told_with_a_status_of_their_own(network):
+def test_missing_and_changed_are_told_with_a_status_of_their_own(network):
     cameras = Cameras(network, ["10.1.0.2", "10.1.0.3", "10.1.0.4"])
     with cameras.responder:
-        cameras.silent = {"10.1.0.2"}
         path = earlier(network, cameras)
         cameras.silent, cameras.hardware = {"10.1.0.3"}, {"10.1.0.4": "Other"}
         done = lanscout(cameras.searcher, "--compare", path, *SEARCH, status=4)
@@ -54,13 +53,23 @@ def test_missing_new_and_changed_are_told_with_a_status_of_their_own(network):
             lanscout(cameras.searcher, "--json", "--compare", path, *SEARCH, status=4).stdout)
         quiet = lanscout(cameras.searcher, "--quiet", "--compare", path, *SEARCH, status=4)
     lines = {line.split("\t")[0]: line.split("\t") for line in done.stdout.splitlines()}
+    assert set(lines) == {"missing", "changed"}
     assert lines["missing"][1] == "10.1.0.3"
-    assert lines["new"][1] == "10.1.0.2"
     assert lines["changed"][1] == "10.1.0.4"
     assert lines["changed"][4] == "hardware: IPC -> Other"
     assert document["compare"]["same"] is False
     assert [device["ip"] for device in document["compare"]["missing"]] == ["10.1.0.3"]
     assert quiet.stderr == ""
+
+
+def test_new_is_told(network):
+    cameras = Cameras(network, ["10.1.0.2", "10.1.0.3"])
+    with cameras.responder:
+        cameras.silent = {"10.1.0.2"}
+        path = earlier(network, cameras)
+        cameras.silent = set()
+        done = lanscout(cameras.searcher, "--compare", path, *SEARCH, status=4)
+    assert [line.split("\t")[:2] for line in done.stdout.splitlines()] == [["new", "10.1.0.2"]]
 
 
 def test_without_a_search_there_is_no_comparison(network):

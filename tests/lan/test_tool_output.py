@@ -14,7 +14,7 @@ ODD = ("--misbehave", "control-characters=10%", "--misbehave", "no-scopes=10%", 
 HEADING = ["ip", "port", "hardware", "mac", "maker", "kind", "protocols", "name", "model", "page",
            "seenVia", "location", "serial", "firmware", "reach", "sharedAddress", "otherIps",
            "ipv6", "uuid", "udn", "macMaker", "claimedMac", "profiles", "xaddrs", "deviceType",
-           "firstSeen", "lastSeen"]
+           "firstSeen", "lastSeen", "site"]
 
 
 def camera_network(network, answer=lambda probe: [reply(probe)]):
