@@ -51,7 +51,7 @@ class Prober:
     def ask(self, address=GROUP, text=None, port=PORT):
         self.socket.sendto(probe_text() if text is None else text, (address, port, *self.scope))
 
-    def replies(self, count, seconds=5):
+    def replies(self, count, seconds=30):
         """Waits for so many; returns [(address, text)], fewer when the time is up."""
         found = []
         deadline = time.monotonic() + seconds

@@ -280,8 +280,7 @@ private:
             UpnpResponderOptions{m_options.seed, m_options.maxDelay, loss, m_options.isLenient},
             m_outbox);
         m_server = std::make_unique<DescriptionServer>(m_population.upnpDevices);
-        m_server->SetOtherServices(
-            [this](const HttpRequest& asked) { return AskCamera(asked); });
+        m_server->SetOtherServices([this](const HttpRequest& asked) { return AskCamera(asked); });
     }
 
     // A user namespace has its maker in it and nobody else, under one name.
