@@ -8,7 +8,7 @@ import time
 
 
 import toolrun
-from lan import program, wait_until
+from lan import TOOL_PATH, program, wait_until
 from sandbox import not_available
 
 PASSWORD = "secret word"
@@ -21,7 +21,7 @@ class Broker:
     ADDRESS = "10.250.0.1"
 
     def __init__(self, network, users=(), tls=True):
-        if shutil.which("mosquitto", path=os.defpath + ":/usr/sbin") is None:
+        if shutil.which("mosquitto", path=TOOL_PATH) is None:
             not_available("the program mosquitto is not installed")
         self.network = network
         self.tls = tls
@@ -68,7 +68,8 @@ class Broker:
                       f"password_file {folder}/passwords", f"acl_file {folder}/acl"]
             (folder / "passwords").write_text(
                 "".join(f"{user}:{PASSWORD}\n" for user in self.users))
-            subprocess.run(["mosquitto_passwd", "-U", folder / "passwords"], check=True, timeout=60)
+            subprocess.run(["mosquitto_passwd", "-U", folder / "passwords"], check=True, timeout=60,
+                           env=dict(os.environ, PATH=TOOL_PATH))
             (folder / "acl").write_text(
                 "pattern write lanscout/%u/#\npattern write homeassistant/#\n"
                 "user reader\ntopic read lanscout/#\ntopic read homeassistant/#\n")
@@ -85,8 +86,7 @@ class Broker:
         return path
 
     def start(self):
-        self.process = self.namespace.start("/usr/sbin/mosquitto", "-c",
-                                            self.folder / "mosquitto.conf")
+        self.process = self.namespace.start("mosquitto", "-c", self.folder / "mosquitto.conf")
         self.process.wait_for("running", 20)
 
     def host(self, host=None):

@@ -102,7 +102,7 @@ def test_bridge_stores_while_the_line_is_down(network):
     text = recipe("A bridge at each site", "conf").replace("CENTRE", Broker.ADDRESS)
     (folder / "mosquitto.conf").write_text(text.replace("SITE", "berlin")
                                            + f"user root\npersistence_location {folder}/\n")
-    site.start("/usr/sbin/mosquitto", "-v", "-c", folder / "mosquitto.conf").wait_for("running", 20)
+    site.start("mosquitto", "-v", "-c", folder / "mosquitto.conf").wait_for("running", 20)
 
     class Local:
         tls, url, network = False, "mqtt://127.0.0.1", centre.network

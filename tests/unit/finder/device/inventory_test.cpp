@@ -450,6 +450,17 @@ TEST(Sites, SiteSaysItselfWhenAndHowItSawADevice) {
     EXPECT_EQ(device.seenVia, (std::vector<Target>{{"eth7", "10.0.0.2"}}));
 }
 
+TEST(Sites, OneMacAddressOrIdAtTwoSitesIsNoOneDevice) {
+    const Marks berlin{kMac, "a", "b", "10.0.0.1", "eth0", "", "berlin"};
+    const Marks paris{kMac, "a", "b", "10.0.0.2", "eth1", "", "paris"};
+    EXPECT_EQ(GroupByDevice(std::vector{berlin, paris}).size(), 2U);
+    const Marks both{kMac, "a", "b", "10.0.0.2", "eth1", "", "berlin"};
+    EXPECT_EQ(GroupByDevice(std::vector{berlin, both}).size(), 1U);
+    const Marks macs{kMac, "", "", "10.0.0.1", "eth0", "", "berlin"};
+    const Marks others{kMac, "", "", "10.0.0.2", "eth1", "", "paris"};
+    EXPECT_EQ(GroupByDevice(std::vector{macs, others}).size(), 2U);
+}
+
 TEST(Sites, DeviceIsToldAgainAtItsSiteOnly) {
     std::vector<Device> before{Published("berlin", "192.168.1.5", kMac).device};
     std::vector<Device> after{Published("paris", "192.168.1.5", kMac).device,

@@ -114,6 +114,16 @@ TEST(Outbox, DeliveredEventIsNotSentAgainAndAnUndeliveredOneIs) {
     EXPECT_EQ(TakeAll(outbox, true), All{});
 }
 
+TEST(Outbox, NewEventOfADeviceIsKeptWhenTheFormerOneArrives) {
+    Outbox outbox;
+    outbox.Put(Event("one", "1"));
+    const auto first = outbox.Next();
+    ASSERT_TRUE(first);
+    outbox.Put(Event("one", "2"));
+    outbox.Delivered(*first);
+    EXPECT_EQ(TakeAll(outbox, true), (All{"e=2"}));
+}
+
 TEST(Outbox, OneEventADeviceWaits) {
     Outbox outbox;
     outbox.Put(Event("one", "gone"));
