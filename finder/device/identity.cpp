@@ -229,6 +229,8 @@ class Matcher {
 public:
     Matcher(const std::vector<Device>& before, const std::vector<Device>& after)
         : m_before(before), m_after(after), m_partnerOf(before.size()), m_taken(after.size()) {
+        NoteRepeaters(before);
+        NoteRepeaters(after);
         for (const Pass& pass :
              {Pass{true, true, true}, Pass{true, true, false}, Pass{true, false, true},
               Pass{true, false, false}, Pass{false, true, true}, Pass{false, true, false},
@@ -240,10 +242,25 @@ public:
     std::vector<std::optional<std::size_t>> Partners() const { return m_partnerOf; }
 
 private:
+    void NoteRepeaters(const std::vector<Device>& devices) {
+        std::set<std::string> seen;
+        for (const Device& device : devices) {
+            if (!device.mac.empty() && !seen.insert(device.mac).second) {
+                m_repeaters.insert(device.mac);
+            }
+        }
+    }
+
+    // A repeater's MAC address alone does not tell which of those behind it a device is.
+    bool IsTold(const Device& device, const Pass& pass) const {
+        return !pass.mac || pass.id || pass.ip || !m_repeaters.contains(device.mac);
+    }
+
     void Match(const Pass& pass) {
         std::unordered_multimap<std::string, std::size_t> open;
         for (std::size_t i = 0; i < m_after.size(); ++i) {
-            if (std::string key; !m_taken[i] && !(key = KeyOf(m_after[i], pass)).empty()) {
+            if (std::string key; !m_taken[i] && IsTold(m_after[i], pass) &&
+                                 !(key = KeyOf(m_after[i], pass)).empty()) {
                 open.emplace(std::move(key), i);
             }
         }
@@ -272,6 +289,7 @@ private:
     const std::vector<Device>& m_after;
     std::vector<std::optional<std::size_t>> m_partnerOf;
     std::vector<bool> m_taken;
+    std::set<std::string> m_repeaters;
 };
 
 }  // namespace

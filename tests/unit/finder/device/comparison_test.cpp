@@ -62,6 +62,14 @@ TEST(Compare, DevicesBehindARepeaterAreKnownByTheirAddress) {
                     .IsSame());
 }
 
+TEST(Compare, OneGoneAndOneNewBehindARepeaterIsNoMove) {
+    const Comparison comparison = Compare({At("10.0.0.1", kMac), At("10.0.0.2", kMac)},
+                                          {At("10.0.0.1", kMac), At("10.0.0.3", kMac)});
+    EXPECT_EQ(comparison.missing.size(), 1U);
+    EXPECT_EQ(comparison.added.size(), 1U);
+    EXPECT_TRUE(comparison.changed.empty());
+}
+
 TEST(Compare, MovedDeviceWithoutMacIsKnownByItsUniqueName) {
     Device before = At("10.0.0.1");
     Device after = At("10.0.0.7");
