@@ -126,8 +126,7 @@ const std::array kFields{
           kNotInTable, Text, kCsv},
     Field{&Device::lastSeen, "lastSeen", "LAST SEEN", Merge::Larger, kQuiet, kAsWideAsItIs,
           kNotInTable, Text, kCsv},
-    Field{
-        &Device::site, "site", "SITE", Merge::Ranked, kQuiet, {8, 24}, 3, Text, kCsv},
+    Field{&Device::site, "site", "SITE", Merge::Ranked, kQuiet, {8, 24}, 3, Text, kCsv},
 };
 
 }  // namespace
