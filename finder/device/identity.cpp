@@ -225,6 +225,10 @@ bool MayBeOne(const Device& a, const Device& b, const Pass& pass) {
     return !Contradict(a.mac, b.mac) && (pass.id || !IdsContradict(a, b));
 }
 
+std::string SiteAndMac(const Device& device) {
+    return device.site + "\n" + device.mac;
+}
+
 class Matcher {
 public:
     Matcher(const std::vector<Device>& before, const std::vector<Device>& after)
@@ -245,15 +249,15 @@ private:
     void NoteRepeaters(const std::vector<Device>& devices) {
         std::set<std::string> seen;
         for (const Device& device : devices) {
-            if (!device.mac.empty() && !seen.insert(device.mac).second) {
-                m_repeaters.insert(device.mac);
+            if (!device.mac.empty() && !seen.insert(SiteAndMac(device)).second) {
+                m_repeaters.insert(SiteAndMac(device));
             }
         }
     }
 
     // A repeater's MAC address alone does not tell which of those behind it a device is.
     bool IsTold(const Device& device, const Pass& pass) const {
-        return !pass.mac || pass.id || pass.ip || !m_repeaters.contains(device.mac);
+        return !pass.mac || pass.id || pass.ip || !m_repeaters.contains(SiteAndMac(device));
     }
 
     void Match(const Pass& pass) {

@@ -25,6 +25,8 @@ with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asker:
 """
 
 
+# Alone: simulators of other tests on the loopback would answer too.
+@pytest.mark.ctest(alone=True)
 @pytest.mark.parametrize("mode", ["namespace", "loopback"])
 def test_network_of_the_fixture_is_searched_and_changed(network, mode):
     with CameraNetwork(cameras=5, misbehave={"silent": "20%"}, mode=mode,

@@ -90,7 +90,9 @@ private:
                 m_publisher->OnEvent(event);
             }
         }
-        m_list.Forget(TimeText(std::time(nullptr) - m_task.forget.count()));
+        if (const std::time_t finished = TimeFrom(report.finished); finished >= 0) {
+            m_list.Forget(TimeText(finished - m_task.forget.count()));
+        }
         if (m_publisher) {
             m_publisher->EndRound(report, Listed(m_list));
         }
