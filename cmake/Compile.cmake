@@ -21,8 +21,13 @@ endif()
 if(LANSCOUT_HARDENING AND NOT LANSCOUT_SANITIZE AND NOT LANSCOUT_FUZZERS)
   include(CheckCXXCompilerFlag)
   set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
-  set(flags -fstack-protector-strong -fstack-clash-protection -fcf-protection
-    -mbranch-protection=standard)  # the last two are for one processor each
+  set(flags -fstack-protector-strong -fstack-clash-protection)
+  # Asked for by name: clang takes the flag of another processor, and then complains of each file.
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|AMD64|i[3-6]86)$")
+    list(APPEND flags -fcf-protection)
+  elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+    list(APPEND flags -mbranch-protection=standard)
+  endif()
   foreach(flag IN LISTS flags)
     string(MAKE_C_IDENTIFIER has${flag} has)
     check_cxx_compiler_flag(${flag} ${has})
