@@ -61,6 +61,8 @@ mode_t ModeOf(const fs::path& path) {
 
 }  // namespace
 
+// Seen by shared libraries too: under the address sanitizer those of this tree call them.
+#pragma GCC visibility push(default)
 extern "C" {
 
 ssize_t __real_write(int fd, const void* bytes, size_t count);
@@ -94,6 +96,7 @@ ssize_t __wrap_getrandom(void* bytes, size_t count, unsigned int flags) {
     return __real_getrandom(bytes, count, flags);
 }
 }
+#pragma GCC visibility pop
 
 TEST(WriteWholeFile, NewFileHasTheTextAndTheUsersMask) {
     const ScratchFolder folder;
