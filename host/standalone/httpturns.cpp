@@ -1,6 +1,5 @@
 #include "host/standalone/httpturns.h"
 
-#include <memory>
 #include <utility>
 
 HttpTurns::HttpTurns(std::function<Clock::time_point()> now, std::chrono::milliseconds longestWait)
@@ -37,12 +36,6 @@ void HttpTurns::End(in_addr host, Outcome outcome) {
         NoteTimeOut(entry);
     }
     m_ended.notify_all();
-}
-
-void HttpTurns::InChild() {
-    m_hosts.clear();
-    std::construct_at(&m_ended);
-    m_mutex.unlock();
 }
 
 bool HttpTurns::IsRefused(const Host& host) const {

@@ -41,11 +41,6 @@ public:
     // How many hosts are remembered at the moment.
     std::size_t Remembered() const { return m_hosts.size(); }
 
-    // Around a fork. The child has none of the threads whose requests run here, and forgets them.
-    void BeforeFork() { m_mutex.lock(); }
-    void InParent() { m_mutex.unlock(); }
-    void InChild();
-
 private:
     struct Host {
         int nRunning = 0;

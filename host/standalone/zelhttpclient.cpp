@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
@@ -179,14 +180,22 @@ std::optional<std::size_t> PromisedLength(CURL* curl) {
 }
 
 // Never destroyed: requests may run while the process ends.
-HttpTurns& Turns() {
-    static HttpTurns* const turns = std::make_unique<HttpTurns>().release();
-    return *turns;
+std::atomic<HttpTurns*>& PresentTurns() {
+    static std::atomic<HttpTurns*> turns{std::make_unique<HttpTurns>().release()};
+    return turns;
 }
 
+HttpTurns& Turns() {
+    return *PresentTurns();
+}
+
+// A forked child has none of the threads whose requests run here, and begins anew. The parent's
+// lock is not taken for that: who forks in a log sink holds the log's, and another fork would take
+// the two the other way round.
 [[gnu::constructor]] void LookAfterForks() {
-    pthread_atfork([] { Turns().BeforeFork(); }, [] { Turns().InParent(); },
-                   [] { Turns().InChild(); });
+    PresentTurns();
+    pthread_atfork(nullptr, nullptr,
+                   [] { PresentTurns() = std::make_unique<HttpTurns>().release(); });
 }
 
 // A turn that was begun, until the end of the scope.

@@ -2,8 +2,6 @@
 #include "host/standalone/httpturns.h"
 
 #include <gmock/gmock.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <thread>
@@ -175,25 +173,6 @@ TEST(HttpTurnsThreadsTest, WaitersOfAHostThatIsRefusedNowAreSentAway) {
         waiter.join();
     }
     EXPECT_LE(begun, 2);  // those that came between the first two ends
-}
-
-TEST(HttpTurnsThreadsTest, ForkedChildHasNoneOfItsParentsRequests) {
-    HttpTurns turns(HttpTurns::Clock::now, milliseconds(0));
-    const in_addr host{.s_addr = 1};
-    for (int i = 0; i < HttpTurns::kRequestsAtOnce; ++i) {
-        ASSERT_TRUE(turns.Begin(host));
-    }
-    turns.BeforeFork();
-    const pid_t child = fork();
-    if (child == 0) {
-        turns.InChild();
-        _exit(turns.Begin(host) ? 7 : 8);
-    }
-    turns.InParent();
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(WEXITSTATUS(status), 7);
-    EXPECT_FALSE(turns.Begin(host));
 }
 
 }  // namespace
